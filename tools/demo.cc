@@ -1,0 +1,62 @@
+// `cds demo`: builds the demo gateway into the store.
+#include "tools/demo.h"
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tools/commands.h"
+
+namespace cdstool {
+namespace {
+
+// The root has children or stored leaves. Rights alone do not count: a new store may
+// well be given its rules first.
+bool storeIsEmpty(Context& ctx) {
+  std::vector<std::string> children;
+  std::vector<toolkit::leaf_record_t> leaves;
+  api_status_t status = API_STATUS_UNKNOWN;
+  checkStatus(ctx.cds.list_children("/", children, status), status, "/");
+  checkStatus(ctx.cds.list_leaves("/", leaves, status), status, "/");
+  return children.empty() && leaves.empty();
+}
+
+int runDemo(Context& ctx, const ParsedArgs& args) {
+  bool force = args.has("--force");
+  if (!force && !storeIsEmpty(ctx)) {
+    throw OperationError(
+        errorText("demo", "the store is not empty (use --force to rebuild the demo)"));
+  }
+  Document doc;
+  buildDemo(doc);
+  if (force) {
+    for (const std::string& subtree : demoSubtrees()) {
+      api_status_t status = API_STATUS_UNKNOWN;
+      int result = ctx.cds.remove_node(subtree, status, false, ctx.source);
+      if (result == 0 && status == API_STATUS_NO_NODE) continue;
+      checkStatus(result, status, subtree);
+    }
+  }
+  importDocument(ctx.cds, doc, ctx.source);
+  ctx.out << "demo gateway built: " << doc.leaves.size() << " leaves, " << doc.rights.size()
+          << " rights\n";
+  return kExitOk;
+}
+
+}  // namespace
+
+Command demoCommand() {
+  return {"demo",
+          "[--force]",
+          "Builds the demo gateway (devices, points of every type, multistate and boolean\n"
+          "points, alarm limits, the /Alarms table, command areas, the subscription\n"
+          "publisher's records and the rights of the users guest, operator and admin) in\n"
+          "one transaction; docs/demo.md lists it. Refuses a store that is not empty.\n"
+          "  --force  first remove what the demo creates, then build it again",
+          {{"--force", false}},
+          0,
+          0,
+          runDemo};
+}
+
+}  // namespace cdstool

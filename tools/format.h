@@ -1,0 +1,28 @@
+// Texts the `cds` tool prints and reads: storage class names, type names, times.
+#ifndef WSGATE_TOOLS_FORMAT_H
+#define WSGATE_TOOLS_FORMAT_H
+
+#include <cstdint>
+#include <string>
+
+#include "platform/cds.h"
+#include "platform/element.h"
+
+namespace cdstool {
+
+// "Normal", "Persistent", "Automatic", "MPL"; "?" for a value outside the table.
+std::string storageName(storage_class_t storage);
+// The storage class named `name` (without regard to case); false when there is none.
+bool parseStorageName(const std::string& name, storage_class_t& storage);
+
+// The platform's name of the type ("Real"), or the element's invalid-value text.
+std::string typeName(data_type_t type);
+
+// A leaf's time stamp as platform time (milliseconds since the epoch).
+int64_t leafTime(const toolkit::CElement& value);
+// Platform time as ISO-8601 UTC with milliseconds: "2023-11-14T22:13:20.000Z".
+std::string isoTime(int64_t platform_ms);
+
+}  // namespace cdstool
+
+#endif  // WSGATE_TOOLS_FORMAT_H
