@@ -133,7 +133,8 @@ int runSet(Context& ctx, const ParsedArgs& args) {
   }
   toolkit::CElement value(value_text);
   if (value.convert_type(type) != 0) {
-    throw UsageError("\"" + value_text + "\" is not a valid " + typeName(type), false);
+    throw UsageError(path_text + ": \"" + value_text + "\" is not a valid " + typeName(type),
+                     false);
   }
   api_status_t status = API_STATUS_UNKNOWN;
   int result = ctx.cds.set_leaf(path.getPath(), value, status, args.has("--persist"), ctx.source);

@@ -56,12 +56,15 @@ void printCommandHelp(std::ostream& out, const Command& command) {
   out << "Usage: cds " << command.name << " " << command.synopsis << "\n" << command.help << "\n";
 }
 
-int usageError(const std::string& where, const std::string& message, const Command* command) {
+// Prints "cds[ COMMAND]: MESSAGE", then the usage: the command's own when `command` is
+// given, the tool's when `tool_usage` is set, none otherwise (a bad value needs no usage).
+int usageError(const std::string& where, const std::string& message, const Command* command,
+               bool tool_usage = false) {
   std::cerr << "cds" << where << ": " << message << "\n";
   if (command != nullptr) {
     std::cerr << "usage: cds " << command->name << " " << command->synopsis << "\n"
               << "Try 'cds " << command->name << " --help'.\n";
-  } else {
+  } else if (tool_usage) {
     std::cerr << "usage: cds [--db FILE] COMMAND ARGS...\nTry 'cds --help'.\n";
   }
   return kExitUsage;
@@ -99,8 +102,8 @@ int runCommand(const Command& command, const ParsedArgs& args, const std::string
   try {
     exit_code = command.run(ctx, args);
   } catch (const UsageError& e) {
-    exit_code = e.show_usage() ? usageError(std::string(" ") + command.name, e.what(), &command)
-                               : (std::cerr << "cds: " << e.what() << "\n", kExitUsage);
+    exit_code = usageError(std::string(" ") + command.name, e.what(),
+                           e.show_usage() ? &command : nullptr, true);
   } catch (const OperationError& e) {
     std::cerr << e.what() << "\n";
   } catch (const std::exception& e) {
@@ -125,18 +128,19 @@ int toolMain(const std::vector<std::string>& argv) {
       return kExitOk;
     }
     if (arg == "--db") {
-      if (i + 1 >= argv.size()) return usageError("", "option --db needs a value", nullptr);
+      if (i + 1 >= argv.size()) return usageError("", "option --db needs a value", nullptr, true);
       db = argv[++i];
     } else if (arg.compare(0, 5, "--db=") == 0) {
       db = arg.substr(5);
     } else {
-      return usageError("", "unknown option " + arg, nullptr);
+      return usageError("", "unknown option " + arg, nullptr, true);
     }
-    if (db.empty()) return usageError("", "option --db needs a file name", nullptr);
+    if (db.empty()) return usageError("", "option --db needs a file name", nullptr, true);
   }
-  if (i >= argv.size()) return usageError("", "missing command", nullptr);
+  if (i >= argv.size()) return usageError("", "missing command", nullptr, true);
   const Command* command = findCommand(argv[i]);
-  if (command == nullptr) return usageError("", "unknown command \"" + argv[i] + "\"", nullptr);
+  if (command == nullptr)
+    return usageError("", "unknown command \"" + argv[i] + "\"", nullptr, true);
   ParsedArgs args;
   try {
     args = parseArgs(*command, std::vector<std::string>(argv.begin() + i + 1, argv.end()));
