@@ -1,0 +1,138 @@
+#include "main/request_loop.h"
+
+#include <fcgiapp.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "main/connections.h"
+#include "main/server_state.h"
+#include "platform/vtx.h"
+#include "service/serve.h"
+#include "soapH.h"
+
+namespace {
+
+constexpr int kBacklog = 64;
+constexpr time_t kSelectSeconds = 5;
+constexpr uint32_t kSweepInterval = 5;
+// Caller identity fields hold at most 64 bytes of the web server's values.
+constexpr size_t kIdentityBytes = 64;
+
+struct CallerIdentity {
+  char address[kIdentityBytes + 1] = {};
+  char user[kIdentityBytes + 1] = {};
+  bool https = false;
+};
+
+// Reads the request body from the current FastCGI request instead of a socket.
+size_t receiveFromRequest(struct soap* soap, char* buffer, size_t length) {
+  FCGX_Request* request = serverOf(soap).current_request;
+  if (request == nullptr || request->in == nullptr || buffer == nullptr || length == 0) return 0;
+  int got = FCGX_GetStr(buffer, static_cast<int>(length), request->in);
+  return got > 0 ? static_cast<size_t>(got) : 0;
+}
+
+// Writes the response (CGI-style headers and envelope) to the current FastCGI request.
+int sendToRequest(struct soap* soap, const char* data, size_t length) {
+  FCGX_Request* request = serverOf(soap).current_request;
+  if (request == nullptr || request->out == nullptr || data == nullptr) return SOAP_EOF;
+  if (length == 0) return SOAP_OK;
+  int put = FCGX_PutStr(data, static_cast<int>(length), request->out);
+  return put < 0 || FCGX_GetError(request->out) != 0 ? SOAP_EOF : SOAP_OK;
+}
+
+// Copies a FastCGI parameter into the environment and into `field` for this request.
+void takeParameter(FCGX_Request& request, const char* name, char* field, const char* failure) {
+  const char* value = FCGX_GetParam(name, request.envp);
+  if (value != nullptr && setenv(name, value, 1) == 0) {
+    strncpy(field, value, kIdentityBytes);
+  } else {
+    perror(failure);
+  }
+}
+
+// Moves the listening socket to descriptor 0, where the FastCGI library expects it.
+int listenOnDescriptorZero(const char* path) {
+  int fd = FCGX_OpenSocket(path, kBacklog);
+  if (fd == -1) return -1;
+  if (fd != 0) {
+    close(0);
+    dup2(fd, 0);
+    close(fd);
+  }
+  fprintf(stderr, "FCGI app listening at socket %s [%d] \n", path, 0);
+  return 0;
+}
+
+}  // namespace
+
+const char* socketPath() {
+  const char* path = getenv("WSGATED_SOCKET");
+  return path != nullptr && path[0] != '\0' ? path : "/tmp/wsgated.socket";
+}
+
+int runRequestLoop(struct soap* soap) {
+  if (FCGX_Init() < 0) return -1;
+  if (listenOnDescriptorZero(socketPath()) != 0) return -1;
+
+  FCGX_Request request;
+  FCGX_InitRequest(&request, 0, 0);
+  soap->frecv = receiveFromRequest;
+  soap->fsend = sendToRequest;
+
+  Server& server = serverOf(soap);
+  server.current_request = &request;
+  uint32_t last_sweep = vtx_GetMonoTime(nullptr);
+  server.next_sweep_time = last_sweep + 60;
+  timeval timeout{kSelectSeconds, 0};
+  fd_set readable;
+  FD_ZERO(&readable);
+
+  for (;;) {
+    if (g_terminate) {
+      fputs("Caught term signal, exiting soap_serve loop now...\n", stderr);
+      FCGX_Free(&request, 1);
+      return 0;
+    }
+    // The set is not cleared: select() leaves only ready descriptors in it, and 0 is the only
+    // one. On Linux select() leaves the remaining time in `timeout`, so successive waits
+    // shorten until the sweep resets it.
+    FD_SET(0, &readable);
+    if (select(1, &readable, nullptr, nullptr, &timeout) < 0) continue;
+
+    if (FD_ISSET(0, &readable)) {
+      server.current_request = &request;
+      if (FCGX_Accept_r(&request) < 0) {
+        fputs("Error in Accept(), exiting now...\n", stderr);
+        soap->error = SOAP_EOF;
+        int result = soap_send_fault(soap);
+        FCGX_Free(&request, 1);
+        return result;
+      }
+      CallerIdentity caller;
+      takeParameter(request, "REMOTE_USER", caller.user, "Failed to get REMOTE_USER");
+      takeParameter(request, "REMOTE_ADDR", caller.address, "Failed to get REMOTE_ADDR");
+      const char* https = FCGX_GetParam("HTTPS", request.envp);
+      caller.https = https != nullptr && strcmp(https, "on") == 0;
+
+      serveRequest(soap);
+      unsetenv("REMOTE_USER");
+      unsetenv("REMOTE_ADDR");
+      FCGX_Finish_r(&request);
+      // After the response is complete, so the bookkeeping never delays a reply.
+      recordCaller(server, caller.address, caller.user, caller.https);
+    }
+
+    uint32_t now = vtx_GetMonoTime(nullptr);
+    if ((timeout.tv_sec > 0 || timeout.tv_usec > 0) && now - last_sweep <= kSweepInterval) {
+      continue;
+    }
+    timeout = {kSelectSeconds, 0};
+    last_sweep = now;
+    sweepConnections(server);
+  }
+}

@@ -1,0 +1,17 @@
+// Serving one SOAP request on a context whose receive and send callbacks are already bound to
+// the request's streams. Shared by the daemon's request loop and the fuzzer.
+#ifndef WSGATE_SERVICE_SERVE_H
+#define WSGATE_SERVICE_SERVE_H
+
+struct soap;
+
+// Sets the runtime's limits on what a request may hold (nesting depth, text length, list
+// length, message size). Called once on the process's context.
+void setRequestLimits(struct soap* soap);
+
+// Parses the envelope, dispatches the body element to its operation, and writes the response
+// or the runtime's SOAP fault; then frees everything the request allocated. Always returns 0:
+// the outcome has gone to the caller.
+int serveRequest(struct soap* soap);
+
+#endif  // WSGATE_SERVICE_SERVE_H

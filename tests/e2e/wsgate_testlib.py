@@ -1,0 +1,294 @@
+"""Shared fixtures of the end-to-end tests: a temporary gateway (store, socket, logs), the real
+daemon started on it, a FastCGI client that talks to the daemon's socket the way the web
+server does, and SOAP envelope helpers.
+
+Every test class gets its own directory under the system temp directory; everything started
+is stopped again, and nothing waits for a fixed time: readiness is polled.
+"""
+
+import os
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import tempfile
+import time
+import unittest
+import xml.etree.ElementTree as ET
+
+BIN_DIR = os.environ.get("WSGATE_BIN_DIR", "")
+SOURCE_DIR = os.environ.get(
+    "WSGATE_SOURCE_DIR", os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)))))
+
+BASE = "http://wsgate.local/ws/"
+NS = {
+    "SOAP-ENV": "http://schemas.xmlsoap.org/soap/envelope/",
+    "SOAP-ENV12": "http://www.w3.org/2003/05/soap-envelope",
+    "nst1": BASE + "BACnetWSKiteTest",
+    "nss1": BASE + "BACnetWSKiteSubscriber",
+    "nsqv": BASE + "BACnetWSKiteQV",
+    "nsc3": BASE + "BACnetWSKiteC3",
+    "nsc1": BASE + "BACnetWSKite",
+}
+SOAP11 = NS["SOAP-ENV"]
+SOAP12 = NS["SOAP-ENV12"]
+
+
+def binary(name):
+    path = os.path.join(BIN_DIR, name)
+    if not os.access(path, os.X_OK):
+        raise unittest.SkipTest("%s is not built (WSGATE_BIN_DIR=%r)" % (name, BIN_DIR))
+    return path
+
+
+def wait_until(predicate, timeout=20.0, what="condition"):
+    """Polls `predicate` until it returns something true; fails after `timeout` seconds."""
+    deadline = time.monotonic() + timeout
+    delay = 0.002
+    while True:
+        value = predicate()
+        if value:
+            return value
+        if time.monotonic() > deadline:
+            raise AssertionError("timed out waiting for " + what)
+        time.sleep(delay)
+        delay = min(delay * 2, 0.05)
+
+
+# --- FastCGI client ---------------------------------------------------------------------------
+
+_FCGI_BEGIN, _FCGI_END, _FCGI_PARAMS, _FCGI_STDIN, _FCGI_STDOUT, _FCGI_STDERR = 1, 3, 4, 5, 6, 7
+
+
+def _record(kind, content, request_id=1):
+    out = b""
+    # Records carry at most 65535 bytes; empty content ends a stream.
+    chunks = [content[i:i + 65535] for i in range(0, len(content), 65535)] or [b""]
+    for chunk in chunks:
+        out += struct.pack(">BBHHBx", 1, kind, request_id, len(chunk), 0) + chunk
+    return out
+
+
+def _name_value(name, value):
+    def length(n):
+        return struct.pack(">B", n) if n < 128 else struct.pack(">I", n | 0x80000000)
+    name, value = name.encode(), value.encode()
+    return length(len(name)) + length(len(value)) + name + value
+
+
+class FcgiResponse:
+    def __init__(self, raw, stderr, app_status):
+        self.raw = raw
+        self.stderr = stderr
+        self.app_status = app_status
+        head, _, self.body = raw.partition(b"\r\n\r\n")
+        self.headers = {}
+        self.status = 200
+        for line in head.decode("latin-1").split("\r\n"):
+            name, _, value = line.partition(":")
+            self.headers[name.strip().lower()] = value.strip()
+        if "status" in self.headers:
+            self.status = int(self.headers["status"].split()[0])
+
+    def xml(self):
+        return ET.fromstring(self.body)
+
+
+def fcgi_request(socket_path, body, params=None, timeout=30.0):
+    """Sends one FastCGI request (POST with `body`) and returns the FcgiResponse."""
+    env = {"REQUEST_METHOD": "POST", "CONTENT_TYPE": "text/xml; charset=utf-8",
+           "CONTENT_LENGTH": str(len(body)), "SCRIPT_NAME": "/ws", "SERVER_PROTOCOL": "HTTP/1.1"}
+    env.update(params or {})
+    env = {k: v for k, v in env.items() if v is not None}
+    payload = b"".join(_name_value(k, v) for k, v in env.items())
+    message = (_record(_FCGI_BEGIN, struct.pack(">HB5x", 1, 0)) + _record(_FCGI_PARAMS, payload)
+               + _record(_FCGI_PARAMS, b"") + _record(_FCGI_STDIN, body) + _record(_FCGI_STDIN, b""))
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as s:
+        s.settimeout(timeout)
+        s.connect(socket_path)
+        try:
+            s.sendall(message)
+        except (BrokenPipeError, ConnectionResetError):
+            pass  # the application may answer before reading a huge body
+        stdout, stderr, status = b"", b"", None
+        buffer = b""
+        while status is None:
+            try:
+                data = s.recv(65536)
+            except ConnectionResetError:
+                data = b""
+            if not data:
+                break
+            buffer += data
+            while len(buffer) >= 8:
+                _, kind, _, length, padding = struct.unpack(">BBHHB", buffer[:7])
+                if len(buffer) < 8 + length + padding:
+                    break
+                content = buffer[8:8 + length]
+                buffer = buffer[8 + length + padding:]
+                if kind == _FCGI_STDOUT:
+                    stdout += content
+                elif kind == _FCGI_STDERR:
+                    stderr += content
+                elif kind == _FCGI_END:
+                    status = struct.unpack(">I", content[:4])[0]
+        return FcgiResponse(stdout, stderr, status)
+
+
+# --- SOAP envelopes ---------------------------------------------------------------------------
+
+def envelope(body_xml, version=SOAP11, extra_ns=""):
+    """A SOAP envelope around `body_xml`, which may use the prefixes nsc1, nst1, nsc3, nsqv."""
+    decls = " ".join('xmlns:%s="%s"' % (p, NS[p]) for p in ("nsc1", "nst1", "nsc3", "nsqv"))
+    return ('<?xml version="1.0" encoding="UTF-8"?>'
+            '<SOAP-ENV:Envelope xmlns:SOAP-ENV="%s" %s %s><SOAP-ENV:Body>%s</SOAP-ENV:Body>'
+            '</SOAP-ENV:Envelope>' % (version, decls, extra_ns, body_xml)).encode()
+
+
+def text_element(name, value):
+    if value is None:
+        return ""
+    from xml.sax.saxutils import escape
+    return "<%s>%s</%s>" % (name, escape(value), name)
+
+
+def body_of(root):
+    for version in (SOAP11, SOAP12):
+        body = root.find("{%s}Body" % version)
+        if body is not None:
+            return body
+    raise AssertionError("no SOAP body in " + ET.tostring(root, encoding="unicode"))
+
+
+def fault_of(response):
+    """The (code, text) of a SOAP fault response, or None when the response is not a fault."""
+    root = response.xml()
+    body = body_of(root)
+    for version in (SOAP11, SOAP12):
+        fault = body.find("{%s}Fault" % version)
+        if fault is None:
+            continue
+        if version == SOAP11:
+            return fault.findtext("faultcode"), fault.findtext("faultstring")
+        code = fault.find("{%s}Code/{%s}Value" % (version, version))
+        reason = fault.find("{%s}Reason/{%s}Text" % (version, version))
+        return (code.text if code is not None else None, reason.text if reason is not None else None)
+    return None
+
+
+# --- The gateway under test -------------------------------------------------------------------
+
+class Gateway:
+    """A temporary store and log directory, the `cds` tool on it and the daemon serving it."""
+
+    def __init__(self, demo=True):
+        self.dir = tempfile.mkdtemp(prefix="wsgate-e2e-")
+        self.store = os.path.join(self.dir, "cds.db")
+        self.socket = os.path.join(self.dir, "wsgated.socket")
+        self.clock_file = os.path.join(self.dir, "clock")
+        self.process = None
+        self.stderr_path = os.path.join(self.dir, "stderr.log")
+        self.env = dict(os.environ, CDS_PATH=self.store, WSGATED_SOCKET=self.socket,
+                        WSGATE_TEST_CLOCK=self.clock_file)
+        if demo:
+            self.cds("demo")
+
+    def cds(self, *args, check=True, input=None):
+        """Runs the cds tool on this gateway's store; returns the CompletedProcess."""
+        result = subprocess.run([binary("cds")] + list(args), env=self.env, input=input,
+                                capture_output=True, text=True, timeout=60)
+        if check and result.returncode != 0:
+            raise AssertionError("cds %s failed (%d): %s" % (" ".join(args), result.returncode,
+                                                             result.stderr))
+        return result
+
+    def get(self, path):
+        return self.cds("get", path).stdout.rstrip("\n")
+
+    def start(self, *args):
+        """Starts `wsgated -d` in the directory and waits until it accepts connections."""
+        self.stderr_file = open(self.stderr_path, "ab")
+        self.process = subprocess.Popen([binary("wsgated"), "-d"] + list(args), cwd=self.dir,
+                                        env=self.env, stdout=subprocess.PIPE,
+                                        stderr=self.stderr_file)
+        wait_until(self._accepting, what="the daemon's socket")
+        return self
+
+    def _accepting(self):
+        if self.process.poll() is not None:
+            raise AssertionError("wsgated exited with %s: %s" % (self.process.returncode,
+                                                                  self.stderr_text()))
+        try:
+            with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as s:
+                s.connect(self.socket)
+            return True
+        except OSError:
+            return False
+
+    def stop(self, sig=signal.SIGTERM):
+        """Signals the daemon and returns (exit status, stdout text)."""
+        if self.process is None:
+            return None, ""
+        if self.process.poll() is None:
+            self.process.send_signal(sig)
+        out, _ = self.process.communicate(timeout=30)
+        self.stderr_file.close()
+        status = self.process.returncode
+        self.process = None
+        return status, out.decode(errors="replace")
+
+    def stderr_text(self):
+        with open(self.stderr_path, "rb") as f:
+            return f.read().decode(errors="replace")
+
+    def set_clock_offset(self, seconds):
+        """Moves the daemon's clocks (monotonic and UTC) by `seconds` from the real ones."""
+        with open(self.clock_file + ".tmp", "w") as f:
+            f.write("%d\n" % seconds)
+        os.replace(self.clock_file + ".tmp", self.clock_file)
+
+    def request(self, body, user=None, addr="127.0.0.1", https=None, raw=False, **kw):
+        """Sends `body` (a body XML text, or bytes when raw) and returns the FcgiResponse."""
+        data = body if raw else envelope(body, **kw)
+        params = {"REMOTE_USER": user, "REMOTE_ADDR": addr, "HTTPS": https}
+        return fcgi_request(self.socket, data, params)
+
+    def call(self, body, user=None, **kw):
+        """Sends `body` and returns the first element of the response body (fails on faults)."""
+        response = self.request(body, user=user, **kw)
+        fault = fault_of(response)
+        if fault is not None:
+            raise AssertionError("SOAP fault %r for %s" % (fault, body[:200]))
+        return list(body_of(response.xml()))[0]
+
+    def alive(self):
+        return self.process is not None and self.process.poll() is None
+
+    def close(self):
+        if self.process is not None:
+            self.stop(signal.SIGKILL)
+        shutil.rmtree(self.dir, ignore_errors=True)
+
+
+class GatewayTestCase(unittest.TestCase):
+    """One gateway with the demo data set and a running daemon per test class."""
+
+    demo = True
+    daemon_args = ()
+
+    @classmethod
+    def setUpClass(cls):
+        cls.gw = Gateway(demo=cls.demo)
+        try:
+            cls.gw.start(*cls.daemon_args)
+        except BaseException:
+            cls.gw.close()
+            raise
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.gw.close()
+
+    def tearDown(self):
+        self.assertTrue(self.gw.alive(), "the daemon died: " + self.gw.stderr_text()[-2000:])

@@ -1,0 +1,147 @@
+#include "main/command_line.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "main/server_state.h"
+
+namespace {
+
+// Runs the parser on `args` (argv[0] is "wsgated") and captures both output streams.
+struct Parse {
+  int status = 0;
+  std::string out;
+  std::string err;
+};
+
+std::string readAll(FILE* f) {
+  std::string text;
+  rewind(f);
+  char buffer[4096];
+  size_t n;
+  while ((n = fread(buffer, 1, sizeof buffer, f)) > 0) text.append(buffer, n);
+  fclose(f);
+  return text;
+}
+
+Parse parse(Server& server, std::vector<std::string> args) {
+  args.insert(args.begin(), "wsgated");
+  std::vector<char*> argv;
+  for (std::string& a : args) argv.push_back(a.data());
+  FILE* out = tmpfile();
+  FILE* err = tmpfile();
+  Parse result;
+  result.status = parseCommandLine(static_cast<int>(argv.size()), argv.data(), server, out, err);
+  result.out = readAll(out);
+  result.err = readAll(err);
+  return result;
+}
+
+std::string usageText() {
+  FILE* f = tmpfile();
+  printUsage(f);
+  return readAll(f);
+}
+
+class CommandLineTest : public ::testing::Test {
+ protected:
+  void SetUp() override { g_daemon_mode = true; }
+  void TearDown() override { g_daemon_mode = true; }
+  Server server_;
+};
+
+TEST_F(CommandLineTest, NoArgumentsKeepsDaemonModeAndDefaults) {
+  Parse p = parse(server_, {});
+  EXPECT_EQ(p.status, -1);
+  EXPECT_TRUE(g_daemon_mode);
+  EXPECT_EQ(server_.delta_log_path, "./deadband.db");
+  EXPECT_EQ(server_.event_log_path, "./alarms.db");
+  EXPECT_EQ(server_.system_log_path, "./system.db");
+  EXPECT_EQ(server_.trend_log_path, "./interval-trends.db");
+  EXPECT_EQ(server_.max_records, 10000);
+  EXPECT_EQ(server_.eventLogLimit(), 2500);
+  EXPECT_EQ(server_.trendSnapshotLimit(), 833);
+  EXPECT_EQ(p.out, "");
+}
+
+TEST_F(CommandLineTest, OptionsSetTheirFieldsAndLaterOnesWin) {
+  Parse p = parse(server_, {"-d", "-h", "/a", "-a", "/b", "-s", "/c", "-t", "/d", "-m", "12x",
+                            "-p", "4096", "-c", "2", "-l", "3", "-h", "/e"});
+  EXPECT_EQ(p.status, -1);
+  EXPECT_FALSE(g_daemon_mode);
+  EXPECT_EQ(server_.delta_log_path, "/e");
+  EXPECT_EQ(server_.event_log_path, "/b");
+  EXPECT_EQ(server_.system_log_path, "/c");
+  EXPECT_EQ(server_.trend_log_path, "/d");
+  EXPECT_EQ(server_.max_records, 12);  // trailing characters are accepted
+  EXPECT_EQ(server_.page_size, 4096);
+  EXPECT_EQ(server_.cache_size, 2048u);
+  EXPECT_EQ(server_.heap_limit, 3072u);
+}
+
+TEST_F(CommandLineTest, MaxRecordsZeroIsAcceptedNegativeAndTextAreBadFields) {
+  EXPECT_EQ(parse(server_, {"-m", "0"}).status, -1);
+  EXPECT_EQ(server_.max_records, 0);
+  for (const char* bad : {"-5", "abc"}) {
+    Parse p = parse(server_, {"-m", bad});
+    EXPECT_EQ(p.status, 1);
+    EXPECT_EQ(p.out, "Bad field: " + std::string(bad) + " \n" + usageText());
+  }
+}
+
+TEST_F(CommandLineTest, NonPositiveSizesPrintTheirOwnLineThenBadField) {
+  struct Case {
+    const char* option;
+    const char* value;
+    const char* line;
+  } cases[] = {{"-p", "0", "Error: invalid page size: 0\n"},
+               {"-c", "-3", "Error: invalid cache size: -3\n"},
+               {"-l", "x", "Error: invalid heap limit: 0\n"}};
+  for (const Case& c : cases) {
+    Parse p = parse(server_, {c.option, c.value});
+    EXPECT_EQ(p.status, 1) << c.option;
+    EXPECT_EQ(p.err, c.line);
+    EXPECT_EQ(p.out, "Bad field: " + std::string(c.value) + " \n" + usageText());
+  }
+}
+
+TEST_F(CommandLineTest, MissingAndEmptyValues) {
+  Parse missing = parse(server_, {"-d", "-h"});
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.out, "Missing field for: -h \n" + usageText());
+
+  Parse empty = parse(server_, {"-h", ""});
+  EXPECT_EQ(empty.status, 1);
+  EXPECT_EQ(empty.out, "Bad field:  \n" + usageText());
+}
+
+TEST_F(CommandLineTest, UnknownArgumentsAreAllReportedBeforeTheUsage) {
+  Parse p = parse(server_, {"-x", "-d", "y"});
+  EXPECT_EQ(p.status, 1);
+  EXPECT_EQ(p.out, "Unknown parameter: -x \nUnknown parameter: y \n" + usageText());
+  // A later bad field still ends parsing at once, without the remembered usage.
+  Parse q = parse(server_, {"-x", "-m", "-1"});
+  EXPECT_EQ(q.out, "Unknown parameter: -x \nBad field: -1 \n" + usageText());
+}
+
+TEST_F(CommandLineTest, VersionWinsOverAnEarlierUnknownArgument) {
+  Parse p = parse(server_, {"-q", "-v", "-m"});
+  EXPECT_EQ(p.status, 0);
+  EXPECT_EQ(p.out.rfind("Unknown parameter: -q \nwsgated: version 2.0.0\ngsoap: version ", 0), 0u)
+      << p.out;
+  EXPECT_NE(p.out.find("\nBuild date: "), std::string::npos);
+  EXPECT_NE(p.out.find("\n$Revision: 39934 $\n\n"), std::string::npos);
+}
+
+TEST_F(CommandLineTest, UsageShowsTheDefaultsWhateverTheSettings) {
+  std::string usage = usageText();
+  EXPECT_EQ(usage.rfind("Usage: wsgated [-d] [-h deltaLog]  [-a eventLog] \n", 0), 0u);
+  EXPECT_NE(usage.find("Deltas:10000, Events:2500, and Trend snapshots:833 \n"),
+            std::string::npos);
+  EXPECT_EQ(usage.substr(usage.size() - 2), "t\n\n");
+}
+
+}  // namespace
