@@ -70,17 +70,23 @@ class CElement {
   double to_double() const;
   int64_t to_int64() const;
   uint64_t to_uint64() const;
+  // The held timeval to the microsecond; a number or numeric text counts as platform time,
+  // anything else gives {0, 0}.
+  timeval to_timeval() const;
 
-  // Converts the held value in place to `type`. Strings are parsed (whole text; booleans
-  // "true"/"false"/"1"/"0" in any case), numbers are converted between types when they fit,
-  // anything converts to String. Returns 0 on success; on failure the value is unchanged
-  // and the result is non-zero.
+  // Converts the held value in place to `type`. Strings are parsed (whole text, blanks
+  // around allowed; booleans "true"/"false"/"1"/"0" in any case; integer types take decimal
+  // integers only; an empty text reads as 0 for every numeric type), numbers are converted
+  // between types when they fit (reals are cut towards zero), anything converts to String.
+  // The time stamp is kept. Returns 0 on success; on failure the value is unchanged and the
+  // result is non-zero.
   int convert_type(data_type_t type);
 
   // Splits a list text at ";" into `out` (replaced). An empty text gives no items; empty
   // items between separators are kept.
   static void split_string(const std::string& text, std::vector<std::string>& out);
 
+  // Equal type and value (NaN equals NaN); the time stamps are not compared.
   bool operator==(const CElement& o) const;
   bool operator!=(const CElement& o) const { return !(*this == o); }
 
