@@ -1,0 +1,241 @@
+// Opening and closing the Data store: the file, its pragmas and its schema.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "platform/store_internal.h"
+
+namespace {
+
+// "wsgt": marks an SQLite file as a Data store, so that a stray database is never taken
+// for one (and never altered).
+constexpr int64_t kApplicationId = 0x77736774;
+constexpr int64_t kSchemaVersion = 1;
+constexpr int kDefaultBusyTimeoutMs = 5000;
+
+// Values are stored in their own storage class; "value" therefore has no declared type.
+// nodes.parent is NULL for the root only.
+constexpr const char* kSchema = R"sql(
+CREATE TABLE meta(key TEXT PRIMARY KEY, value) WITHOUT ROWID;
+CREATE TABLE nodes(path TEXT PRIMARY KEY, parent TEXT) WITHOUT ROWID;
+CREATE INDEX nodes_by_parent ON nodes(parent);
+CREATE TABLE leaves(
+  node TEXT NOT NULL, name TEXT NOT NULL, type INTEGER NOT NULL, value,
+  sec INTEGER NOT NULL, usec INTEGER NOT NULL, storage INTEGER NOT NULL,
+  source TEXT NOT NULL, PRIMARY KEY(node, name)) WITHOUT ROWID;
+CREATE INDEX leaves_by_name ON leaves(name);
+CREATE TABLE rights(
+  user TEXT NOT NULL, prefix TEXT NOT NULL, letters TEXT NOT NULL,
+  PRIMARY KEY(user, prefix)) WITHOUT ROWID;
+CREATE TABLE events(
+  id INTEGER PRIMARY KEY AUTOINCREMENT, kind INTEGER, source_path TEXT, category INTEGER,
+  type INTEGER, value, vsec INTEGER, vusec INTEGER, level_quality INTEGER, message TEXT,
+  event_id INTEGER, sequence_index INTEGER, sec INTEGER, usec INTEGER, ack_status INTEGER,
+  base_priority INTEGER, condition_present INTEGER, note TEXT, auto_closing INTEGER,
+  variation_level INTEGER, source TEXT);
+CREATE TABLE syslog(
+  id INTEGER PRIMARY KEY AUTOINCREMENT, time INTEGER NOT NULL, app TEXT NOT NULL,
+  severity INTEGER NOT NULL, text TEXT NOT NULL, detail TEXT NOT NULL);
+CREATE TABLE watchdogs(
+  name TEXT PRIMARY KEY, period INTEGER NOT NULL, enabled INTEGER NOT NULL,
+  pid INTEGER NOT NULL, last_ping INTEGER NOT NULL) WITHOUT ROWID;
+INSERT INTO nodes(path, parent) VALUES('/', NULL);
+INSERT INTO meta(key, value) VALUES('rights_version', 0);
+PRAGMA application_id = 2004051828;
+PRAGMA user_version = 1;
+)sql";
+static_assert(kApplicationId == 2004051828, "the schema text repeats the application id");
+
+std::string g_last_error;
+// Open connections, oldest first: the last one is the default handle.
+std::vector<pcd_connection*> g_open;
+
+std::string storePath() {
+  const char* env = std::getenv("CDS_PATH");
+  std::string path = (env != nullptr && *env != '\0') ? env : "./cds.db";
+  if (path[0] == '/') return path;
+  // Made absolute now: the daemon changes its directory to "/" after opening.
+  std::string cwd(4096, '\0');
+  if (getcwd(&cwd[0], cwd.size()) == nullptr) return path;
+  cwd.resize(std::strlen(cwd.c_str()));
+  if (path.compare(0, 2, "./") == 0) path.erase(0, 2);
+  return cwd == "/" ? "/" + path : cwd + "/" + path;
+}
+
+int busyTimeoutMs() {
+  const char* env = std::getenv("CDS_BUSY_TIMEOUT_MS");
+  if (env == nullptr || *env == '\0') return kDefaultBusyTimeoutMs;
+  char* end = nullptr;
+  errno = 0;
+  long v = std::strtol(env, &end, 10);
+  if (errno != 0 || *end != '\0' || v < 0 || v > 3600 * 1000) return kDefaultBusyTimeoutMs;
+  return static_cast<int>(v);
+}
+
+// The text for a failed step while opening `path`.
+std::string describe(sqlite3* db, int rc, const std::string& path, int timeout_ms) {
+  switch (rc & 0xff) {
+    case SQLITE_NOTADB:
+      return "the file " + path + " is not an SQLite database (not a Data store)";
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      return "the Data store " + path + " is locked by another process (gave up after " +
+             std::to_string(timeout_ms) + " ms)";
+    case SQLITE_CORRUPT:
+      return "the Data store " + path + " is damaged: " + sqlite3_errmsg(db);
+    default:
+      return "cannot open the Data store " + path + ": " +
+             (db != nullptr ? sqlite3_errmsg(db) : sqlite3_errstr(rc));
+  }
+}
+
+bool queryInt(sqlite3* db, const char* sql, int64_t& out, int& rc) {
+  sqlite3_stmt* stmt = nullptr;
+  rc = sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr);
+  if (rc == SQLITE_OK) {
+    rc = sqlite3_step(stmt);
+    if (rc == SQLITE_ROW) {
+      out = sqlite3_column_int64(stmt, 0);
+      rc = SQLITE_OK;
+    }
+  }
+  sqlite3_finalize(stmt);
+  return rc == SQLITE_OK;
+}
+
+bool queryText(sqlite3* db, const char* sql, std::string& out, int& rc) {
+  sqlite3_stmt* stmt = nullptr;
+  rc = sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr);
+  if (rc == SQLITE_OK) {
+    rc = sqlite3_step(stmt);
+    if (rc == SQLITE_ROW) {
+      const unsigned char* text = sqlite3_column_text(stmt, 0);
+      out = text != nullptr ? reinterpret_cast<const char*>(text) : "";
+      rc = SQLITE_OK;
+    }
+  }
+  sqlite3_finalize(stmt);
+  return rc == SQLITE_OK;
+}
+
+// What the file holds: its application id, schema version and number of schema objects.
+struct FileState {
+  int64_t application_id = 0;
+  int64_t version = 0;
+  int64_t objects = 0;
+};
+
+bool readState(sqlite3* db, FileState& state, int& rc) {
+  return queryInt(db, "PRAGMA application_id", state.application_id, rc) &&
+         queryInt(db, "PRAGMA user_version", state.version, rc) &&
+         queryInt(db, "SELECT count(*) FROM sqlite_schema", state.objects, rc);
+}
+
+bool checkState(const FileState& state, const std::string& path, std::string& error) {
+  if (state.objects == 0) return true;
+  if (state.application_id != kApplicationId) {
+    error = "the file " + path + " is an SQLite database but not a Data store";
+    return false;
+  }
+  if (state.version != kSchemaVersion) {
+    error = "the Data store " + path + " has schema version " + std::to_string(state.version) +
+            "; this program reads version " + std::to_string(kSchemaVersion);
+    return false;
+  }
+  return true;
+}
+
+// Creates the schema in an empty file. Two processes may race here: the write lock
+// serialises them and the loser finds the schema made.
+bool createSchema(sqlite3* db, const std::string& path, int timeout_ms, std::string& error) {
+  int rc = sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+  FileState state;
+  if (rc == SQLITE_OK && readState(db, state, rc)) {
+    if (state.objects == 0) rc = sqlite3_exec(db, kSchema, nullptr, nullptr, nullptr);
+    if (rc == SQLITE_OK) rc = sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
+  }
+  if (rc != SQLITE_OK) {
+    error = describe(db, rc, path, timeout_ms);
+    if (sqlite3_get_autocommit(db) == 0) sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+    return false;
+  }
+  return state.objects == 0 || checkState(state, path, error);
+}
+
+bool prepareFile(sqlite3* db, const std::string& path, int timeout_ms, std::string& error) {
+  FileState state;
+  int rc;
+  if (!readState(db, state, rc)) {
+    error = describe(db, rc, path, timeout_ms);
+    return false;
+  }
+  if (!checkState(state, path, error)) return false;
+  // WAL lets readers of other processes go on while one process writes; with
+  // synchronous=NORMAL a commit is in the log file before it is acknowledged, which is what
+  // survives a kill -9 (only a power cut can lose the last commits).
+  std::string mode;
+  if (!queryText(db, "PRAGMA journal_mode = WAL", mode, rc)) {
+    error = describe(db, rc, path, timeout_ms);
+    return false;
+  }
+  if (mode != "wal") {
+    error =
+        "cannot use a write-ahead log for the Data store " + path + " (journal mode " + mode + ")";
+    return false;
+  }
+  rc = sqlite3_exec(db, "PRAGMA synchronous = NORMAL", nullptr, nullptr, nullptr);
+  if (rc != SQLITE_OK) {
+    error = describe(db, rc, path, timeout_ms);
+    return false;
+  }
+  return state.objects != 0 || createSchema(db, path, timeout_ms, error);
+}
+
+}  // namespace
+
+pcd_handle_t pcd_init(int flags) {
+  g_last_error.clear();
+  if (flags != 0) {
+    g_last_error = "pcd_init: flags must be 0";
+    return nullptr;
+  }
+  auto c = std::make_unique<pcd_connection>();
+  c->path = storePath();
+  const int timeout_ms = busyTimeoutMs();
+  int rc =
+      sqlite3_open_v2(c->path.c_str(), &c->db,
+                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+  if (rc != SQLITE_OK) {
+    g_last_error = describe(c->db, rc, c->path, timeout_ms);
+    return nullptr;
+  }
+  sqlite3_extended_result_codes(c->db, 1);
+  sqlite3_busy_timeout(c->db, timeout_ms);
+  if (!prepareFile(c->db, c->path, timeout_ms, g_last_error)) return nullptr;
+  g_open.push_back(c.get());
+  return c.release();
+}
+
+void pcd_close(pcd_handle_t handle) {
+  if (handle == nullptr) return;
+  g_open.erase(std::remove(g_open.begin(), g_open.end(), handle), g_open.end());
+  delete handle;
+}
+
+const char* pcd_last_error(void) {
+  return g_last_error.c_str();
+}
+
+pcd_handle_t pcd_default_handle(void) {
+  return g_open.empty() ? nullptr : g_open.back();
+}
+
+void pcd_inject_failure(pcd_handle_t handle, int skip, int count) {
+  if (handle == nullptr) return;
+  handle->inject_skip = std::max(skip, 0);
+  handle->inject_count = std::max(count, 0);
+}

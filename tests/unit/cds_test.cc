@@ -1,0 +1,391 @@
+#include "platform/cds.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <cmath>
+#include <limits>
+
+#include "platform/vtx.h"
+#include "store_fixture.h"
+
+namespace {
+
+using toolkit::CElement;
+using wsgate_test::StoreTest;
+
+class CdsTest : public StoreTest {
+ protected:
+  void addNode(const std::string& path) {
+    api_status_t st;
+    ASSERT_EQ(cds.add_node(path, st, "test"), 0);
+    ASSERT_EQ(st, API_STATUS_OK);
+  }
+  void set(const std::string& path, const CElement& v, bool persist = false) {
+    api_status_t st;
+    ASSERT_EQ(cds.set_leaf(path, v, st, persist, "test"), 0);
+    ASSERT_EQ(st, API_STATUS_OK) << path;
+  }
+  CElement get(const std::string& path, element_property_t* prop = nullptr) {
+    api_status_t st = API_STATUS_UNKNOWN;
+    CElement v;
+    element_property_t p;
+    EXPECT_EQ(cds.get_leaf(path, st, v, p), 0);
+    EXPECT_EQ(st, API_STATUS_OK) << path;
+    if (prop != nullptr) *prop = p;
+    return v;
+  }
+  api_status_t statusOf(const std::string& path) {
+    api_status_t st = API_STATUS_UNKNOWN;
+    CElement v;
+    element_property_t p;
+    EXPECT_EQ(cds.get_leaf(path, st, v, p), 0);
+    return st;
+  }
+};
+
+CElement stamped(CElement v, time_t sec, suseconds_t usec) {
+  v.set_time(timeval{sec, usec});
+  return v;
+}
+
+TEST_F(CdsTest, EveryTypeRoundTripsWithItsTimeStamp) {
+  addNode("/Dev");
+  std::vector<CElement> values(9);
+  values[0].set_bool(true);
+  values[1].set_int(std::numeric_limits<int32_t>::min());
+  values[2].set_uint(std::numeric_limits<uint32_t>::max());
+  values[3].set_real(-1.25e-300);
+  values[4].set_int64(std::numeric_limits<int64_t>::min());
+  values[5].set_uint64(std::numeric_limits<uint64_t>::max());
+  values[6].set_string(std::string("text with ; and \0 inside", 24));
+  values[7].set_timeval(timeval{-5, 999999});
+  values[8].set_real(std::nan(""));
+  for (size_t i = 0; i < values.size(); ++i) {
+    std::string path = "/Dev/L" + std::to_string(i);
+    set(path, stamped(values[i], 1700000000 + i, 123456));
+    CElement back = get(path);
+    EXPECT_EQ(back, values[i]) << path;
+    EXPECT_EQ(back.get_type(), values[i].get_type());
+    EXPECT_EQ(back.get_time().tv_sec, static_cast<time_t>(1700000000 + i));
+    EXPECT_EQ(back.get_time().tv_usec, 123456);
+  }
+  EXPECT_EQ(get("/Dev/L7").to_timeval().tv_usec, 999999);
+  EXPECT_EQ(get("/Dev/L7").to_timeval().tv_sec, -5);
+}
+
+TEST_F(CdsTest, ValuesKeepTheirSqliteStorageClass) {
+  addNode("/Dev");
+  CElement v;
+  v.set_real(2.5);
+  set("/Dev/R", v);
+  v.set_int(7);
+  set("/Dev/I", v);
+  set("/Dev/S", CElement("7"));
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(store.path().c_str(), &db), SQLITE_OK);
+  sqlite3_stmt* q = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT name, typeof(value) FROM leaves ORDER BY name", -1, &q,
+                               nullptr),
+            SQLITE_OK);
+  std::vector<std::string> classes;
+  while (sqlite3_step(q) == SQLITE_ROW) {
+    classes.push_back(std::string(reinterpret_cast<const char*>(sqlite3_column_text(q, 0))) + "=" +
+                      reinterpret_cast<const char*>(sqlite3_column_text(q, 1)));
+  }
+  sqlite3_finalize(q);
+  sqlite3_close(db);
+  EXPECT_EQ(classes, (std::vector<std::string>{"I=integer", "R=real", "S=text"}));
+}
+
+TEST_F(CdsTest, WriteWithoutTimeStampIsStampedNow) {
+  addNode("/Dev");
+  vtx_SetTestClock(1700000000123, 50);
+  set("/Dev/Value", CElement("x"));
+  vtx_ClearTestClock();
+  timeval tv = get("/Dev/Value").get_time();
+  EXPECT_EQ(tv.tv_sec, 1700000000);
+  EXPECT_EQ(tv.tv_usec, 123000);
+}
+
+TEST_F(CdsTest, StorageClassFollowsThePersistFlag) {
+  addNode("/Dev");
+  element_property_t prop;
+  set("/Dev/A", CElement("1"));
+  get("/Dev/A", &prop);
+  EXPECT_EQ(prop.storage, STORAGE_NORMAL);
+  set("/Dev/A", CElement("2"), true);
+  get("/Dev/A", &prop);
+  EXPECT_EQ(prop.storage, STORAGE_PERSISTENT);
+  set("/Dev/A", CElement("3"), false);  // an existing leaf keeps its class
+  get("/Dev/A", &prop);
+  EXPECT_EQ(prop.storage, STORAGE_PERSISTENT);
+}
+
+TEST_F(CdsTest, StatusesForMissingAndMalformedPaths) {
+  addNode("/Dev");
+  EXPECT_EQ(statusOf("/Nope/Value"), API_STATUS_NO_NODE);
+  EXPECT_EQ(statusOf("/Dev/Value"), API_STATUS_NO_LEAF);
+  EXPECT_EQ(statusOf("Dev/Value"), API_STATUS_BAD_PATH);
+  EXPECT_EQ(statusOf("/"), API_STATUS_BAD_PATH);
+  EXPECT_EQ(statusOf(std::string("/Dev/Va\x01lue")), API_STATUS_BAD_PATH);
+  // Doubled and trailing separators are tolerated.
+  set("/Dev/Value", CElement("v"));
+  EXPECT_EQ(statusOf("//Dev//Value/"), API_STATUS_OK);
+
+  api_status_t st;
+  CElement none;
+  EXPECT_EQ(cds.set_leaf("/Nope/Value", CElement("x"), st, false, ""), 0);
+  EXPECT_EQ(st, API_STATUS_NO_NODE);
+  EXPECT_EQ(cds.set_leaf("/Dev/Value", none, st, false, ""), 0);
+  EXPECT_EQ(st, API_STATUS_FAILED);
+  EXPECT_EQ(cds.set_leaf("/Dev/Children", CElement("x"), st, false, ""), 0);
+  EXPECT_EQ(st, API_STATUS_READ_ONLY);
+  EXPECT_EQ(cds.clear_leaf("/Dev/Missing", st, false, ""), 0);
+  EXPECT_EQ(st, API_STATUS_NO_LEAF);
+  EXPECT_EQ(cds.clear_leaf("/Nope/Missing", st, false, ""), 0);
+  EXPECT_EQ(st, API_STATUS_NO_NODE);
+  EXPECT_EQ(cds.clear_leaf("/Dev/Value", st, false, ""), 0);
+  EXPECT_EQ(st, API_STATUS_OK);
+  EXPECT_EQ(statusOf("/Dev/Value"), API_STATUS_NO_LEAF);
+}
+
+TEST_F(CdsTest, BulkCallsAnswerInRequestOrderPerItem) {
+  addNode("/A");
+  CElement one;
+  one.set_int(1);
+  std::vector<std::string> paths = {"/A/X", "/Missing/X", "/A/Children", "bad", "/A/Y"};
+  std::vector<CElement> values = {one, one, one, one, CElement("y")};
+  std::vector<api_status_t> st;
+  ASSERT_EQ(cds.set_leaves(paths, values, {0, 0, 0, 0, 1}, st, "src"), 0);
+  EXPECT_EQ(st, (std::vector<api_status_t>{API_STATUS_OK, API_STATUS_NO_NODE, API_STATUS_READ_ONLY,
+                                           API_STATUS_BAD_PATH, API_STATUS_OK}));
+  std::vector<CElement> got;
+  std::vector<element_property_t> props;
+  std::vector<std::string> reads = {"/A/Y", "/A/Missing", "/A/X", "/Missing/X", "/A/X"};
+  ASSERT_EQ(cds.get_leaves(reads, st, got, props), 0);
+  EXPECT_EQ(st, (std::vector<api_status_t>{API_STATUS_OK, API_STATUS_NO_LEAF, API_STATUS_OK,
+                                           API_STATUS_NO_NODE, API_STATUS_OK}));
+  EXPECT_EQ(got[0].to_string(), "y");
+  EXPECT_EQ(props[0].storage, STORAGE_PERSISTENT);
+  EXPECT_EQ(got[1].get_type(), DATA_TYPE_NONE);
+  EXPECT_EQ(got[2].to_int(), 1);
+  EXPECT_EQ(got.size(), reads.size());
+
+  std::string source;
+  api_status_t one_st;
+  ASSERT_EQ(cds.get_leaf_source("/A/X", one_st, source), 0);
+  EXPECT_EQ(source, "src");
+}
+
+TEST_F(CdsTest, InjectedFailuresFailWholeCallsWithoutTouchingTheStore) {
+  addNode("/A");
+  pcd_inject_failure(store.handle(), 1, 1);
+  api_status_t st = API_STATUS_UNKNOWN;
+  EXPECT_EQ(cds.test_node("/A", st), 0);  // skipped
+  EXPECT_EQ(st, API_STATUS_OK);
+  std::vector<api_status_t> statuses;
+  EXPECT_NE(cds.set_leaves({"/A/X", "/A/Y"}, {CElement("1"), CElement("2")}, {0, 0}, statuses, ""),
+            0);
+  EXPECT_EQ(statuses, (std::vector<api_status_t>{API_STATUS_FAILED, API_STATUS_FAILED}));
+  EXPECT_EQ(statusOf("/A/X"), API_STATUS_NO_LEAF);  // the failure is used up
+
+  toolkit::CCds unconnected;
+  EXPECT_NE(unconnected.test_node("/", st), 0);
+  EXPECT_EQ(st, API_STATUS_FAILED);
+}
+
+TEST_F(CdsTest, NodesTreeAndRecursiveRemoval) {
+  addNode("/A/B/C");  // ancestors are created
+  addNode("/A/B2");
+  addNode("/A B");  // sorts between "/A" and "/A/..." in byte order: not in /A's subtree
+  set("/A/B/C/Value", CElement("c"));
+  set("/A/B/Value", CElement("b"));
+  set("/A B/Value", CElement("kept"));
+
+  std::vector<std::string> list;
+  api_status_t st;
+  ASSERT_EQ(cds.list_children("/A", list, st), 0);
+  EXPECT_EQ(list, (std::vector<std::string>{"/A/B", "/A/B2"}));
+  ASSERT_EQ(cds.list_children("/", list, st), 0);
+  EXPECT_EQ(list, (std::vector<std::string>{"/A", "/A B"}));
+  ASSERT_EQ(cds.list_subtree("/A", list, st), 0);
+  EXPECT_EQ(list, (std::vector<std::string>{"/A", "/A/B", "/A/B/C", "/A/B2"}));
+
+  EXPECT_EQ(cds.remove_node("/", st, false, ""), 0);
+  EXPECT_EQ(st, API_STATUS_FAILED);
+  EXPECT_EQ(cds.remove_node("/A/", st, false, ""), 0);  // the path as a client sent it
+  EXPECT_EQ(st, API_STATUS_OK);
+  EXPECT_EQ(cds.remove_node("/A", st, false, ""), 0);
+  EXPECT_EQ(st, API_STATUS_NO_NODE);
+  EXPECT_EQ(statusOf("/A/B/C/Value"), API_STATUS_NO_NODE);
+  EXPECT_EQ(get("/A B/Value").to_string(), "kept");
+  ASSERT_EQ(cds.list_subtree("/", list, st), 0);
+  EXPECT_EQ(list, (std::vector<std::string>{"/", "/A B"}));
+  // A re-created node starts empty: no leaf survived the removal.
+  addNode("/A/B");
+  EXPECT_EQ(statusOf("/A/B/Value"), API_STATUS_NO_LEAF);
+}
+
+TEST_F(CdsTest, AutomaticAttributesAreComputed) {
+  addNode("/D/Sub2");
+  addNode("/D/Sub1");
+  set("/D/Value", stamped(CElement("v"), 1000, 600000));
+  set("/D/.Quality", CElement("192"));
+  vtx_SetTestClock(1010500, 7);  // 9.9 s after the Value's time stamp
+  element_property_t prop;
+  CElement children = get("/D/Children", &prop);
+  EXPECT_EQ(children.to_string(), "Sub1;Sub2");
+  EXPECT_EQ(prop.storage, STORAGE_AUTOMATIC);
+  EXPECT_EQ(children.get_time().tv_sec, 1010);
+  EXPECT_EQ(get("/D/Attributes").to_string(), ".Quality;Value");
+  CElement age = get("/D/ValueAge");
+  EXPECT_EQ(age.get_type(), DATA_TYPE_UINT);
+  EXPECT_EQ(age.to_uint(), 9u);
+  vtx_ClearTestClock();
+  EXPECT_EQ(get("/D/Sub1/Children").to_string(), "");
+  EXPECT_EQ(statusOf("/D/Sub1/ValueAge"), API_STATUS_NO_LEAF);
+  EXPECT_EQ(statusOf("/Nope/Children"), API_STATUS_NO_NODE);
+}
+
+TEST_F(CdsTest, ListLeavesGivesStoredLeavesOnly) {
+  addNode("/N");
+  set("/N/b", CElement("2"), true);
+  set("/N/a", CElement("1"));
+  std::vector<toolkit::leaf_record_t> leaves;
+  api_status_t st;
+  ASSERT_EQ(cds.list_leaves("/N", leaves, st), 0);
+  ASSERT_EQ(leaves.size(), 2u);
+  EXPECT_EQ(leaves[0].name, "a");
+  EXPECT_EQ(leaves[1].value.to_string(), "2");
+  EXPECT_EQ(leaves[1].prop.storage, STORAGE_PERSISTENT);
+  EXPECT_EQ(leaves[1].source, "test");
+}
+
+TEST_F(CdsTest, ImportIsAllOrNothing) {
+  std::vector<toolkit::leaf_write_t> leaves(2);
+  leaves[0].path = "/I/J/Value";
+  leaves[0].value = CElement("1");
+  leaves[0].storage = STORAGE_MPL;
+  leaves[1].path = "/I/Children";  // refused: automatic
+  leaves[1].value = CElement("x");
+  std::string error;
+  EXPECT_NE(cds.import({"/I/K"}, leaves, {{"*", "/I", "r"}}, "imp", error), 0);
+  EXPECT_NE(error.find("/I/Children"), std::string::npos) << error;
+  api_status_t st;
+  cds.test_node("/I", st);
+  EXPECT_EQ(st, API_STATUS_NO_NODE);
+
+  leaves.pop_back();
+  ASSERT_EQ(cds.import({"/I/K"}, leaves, {{"*", "/I", "r"}}, "imp", error), 0) << error;
+  element_property_t prop;
+  EXPECT_EQ(get("/I/J/Value", &prop).to_string(), "1");
+  EXPECT_EQ(prop.storage, STORAGE_MPL);
+  cds.test_node("/I/K", st);
+  EXPECT_EQ(st, API_STATUS_OK);
+  std::string rights;
+  cds.rights_for("bob", "/I/J", rights);
+  EXPECT_EQ(rights, "r");
+}
+
+TEST_F(CdsTest, RightsTakeTheLongestWholeComponentPrefix) {
+  ASSERT_EQ(cds.rights_set({"*", "/", "r"}), 0);
+  ASSERT_EQ(cds.rights_set({"operator", "/Dev1", "wr"}), 0);  // letters are normalised
+  ASSERT_EQ(cds.rights_set({"operator", "/Dev1/Secret/", "r"}), 0);
+  ASSERT_EQ(cds.rights_set({"", "/Public", "rw"}), 0);
+  EXPECT_NE(cds.rights_set({"x", "/", "rz"}), 0);
+  EXPECT_NE(cds.rights_set({"x", "Dev", "r"}), 0);
+
+  auto rightsOf = [this](const std::string& user, const std::string& path) {
+    std::string r = "?";
+    EXPECT_EQ(cds.rights_for(user, path, r), 0);
+    return r;
+  };
+  EXPECT_EQ(rightsOf("operator", "/Dev1/Temp/Value"), "rw");
+  EXPECT_EQ(rightsOf("operator", "/Dev1"), "rw");
+  EXPECT_EQ(rightsOf("operator", "/Dev10/Value"), "r");  // "/Dev1" does not cover "/Dev10"
+  EXPECT_EQ(rightsOf("operator", "/Dev1/Secret/Value"), "r");
+  EXPECT_EQ(rightsOf("guest", "/Dev1/Value"), "r");  // falls back to "*"
+  EXPECT_EQ(rightsOf("", "/Public/Value"), "rw");    // the anonymous user's own rule
+  EXPECT_EQ(rightsOf("", "/Dev1"), "r");
+
+  api_status_t st;
+  ASSERT_EQ(cds.rights_remove("*", "/", st), 0);
+  EXPECT_EQ(st, API_STATUS_OK);
+  EXPECT_EQ(rightsOf("guest", "/Dev1/Value"), "");
+  ASSERT_EQ(cds.rights_remove("*", "/", st), 0);
+  EXPECT_EQ(st, API_STATUS_NO_LEAF);
+
+  std::vector<toolkit::right_rule_t> rules;
+  ASSERT_EQ(cds.rights_list(rules), 0);
+  ASSERT_EQ(rules.size(), 3u);
+  EXPECT_EQ(rules[1].prefix, "/Dev1");
+  EXPECT_EQ(rules[2].prefix, "/Dev1/Secret");
+}
+
+TEST_F(CdsTest, RuleChangesOfAnotherConnectionAreSeen) {
+  ASSERT_EQ(cds.rights_set({"*", "/", "r"}), 0);
+  std::string rights;
+  ASSERT_EQ(cds.rights_for("u", "/x", rights), 0);  // cached now
+  pcd_handle_t other = pcd_init(0);
+  ASSERT_NE(other, nullptr);
+  toolkit::CCds other_cds(other);
+  ASSERT_EQ(other_cds.rights_set({"*", "/", "rw"}), 0);
+  pcd_close(other);
+  ASSERT_EQ(cds.rights_for("u", "/x", rights), 0);
+  EXPECT_EQ(rights, "rw");
+}
+
+TEST_F(CdsTest, EventsSyslogAndWatchdog) {
+  toolkit::CEvent e;
+  e.kind = toolkit::CEvent::kKindAlarm;
+  e.source_path = "/Dev/T";
+  e.value.set_real(21.5);
+  e.value.set_time(timeval{100, 5});
+  e.message = "hot";
+  e.timestamp = timeval{200, 7};
+  e.set_quality(toolkit::CEvent::kQualityGood);
+  e.event_id = 1ull << 40;
+  std::vector<api_status_t> st;
+  ASSERT_EQ(cds.events_send({e, e}, st), 0);
+  EXPECT_EQ(st, (std::vector<api_status_t>{API_STATUS_OK, API_STATUS_OK}));
+  std::vector<toolkit::CEvent> got;
+  ASSERT_EQ(cds.events_list(got, 1), 0);
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_EQ(got[0].value, e.value);
+  EXPECT_EQ(got[0].value.get_time().tv_usec, 5);
+  EXPECT_EQ(got[0].quality(), toolkit::CEvent::kQualityGood);
+  EXPECT_EQ(got[0].event_id, e.event_id);
+  EXPECT_EQ(got[0].timestamp.tv_usec, 7);
+  EXPECT_EQ(got[0].message, "hot");
+
+  ASSERT_EQ(cds.syslog_add("app", SYSLOG_CRITICAL, "first", ""), 0);
+  ASSERT_EQ(cds.syslog_add("app", SYSLOG_INFO, "second", "d"), 0);
+  std::vector<toolkit::CCds::syslog_record_t> log;
+  ASSERT_EQ(cds.syslog_list(log, 10), 0);
+  ASSERT_EQ(log.size(), 2u);
+  EXPECT_EQ(log[0].text, "first");
+  EXPECT_EQ(log[0].severity, SYSLOG_CRITICAL);
+  EXPECT_EQ(log[1].detail, "d");
+
+  api_status_t wst;
+  EXPECT_NE(cds.watchdog_ping(), 0);  // nothing registered
+  ASSERT_EQ(cds.watchdog_register(wst, "wsgated", 30, true), 0);
+  EXPECT_EQ(wst, API_STATUS_OK);
+  EXPECT_EQ(cds.watchdog_ping(), 0);
+  ASSERT_EQ(cds.watchdog_clear(wst), 0);
+  EXPECT_EQ(wst, API_STATUS_OK);
+  ASSERT_EQ(cds.watchdog_clear(wst), 0);
+  EXPECT_EQ(wst, API_STATUS_NO_LEAF);
+}
+
+TEST_F(CdsTest, DefaultHandleIsTheNewestOpenOne) {
+  EXPECT_EQ(pcd_default_handle(), store.handle());
+  pcd_handle_t second = pcd_init(0);
+  ASSERT_NE(second, nullptr);
+  EXPECT_EQ(pcd_default_handle(), second);
+  pcd_close(second);
+  EXPECT_EQ(pcd_default_handle(), store.handle());
+}
+
+}  // namespace

@@ -1,0 +1,116 @@
+// A fresh Data store for a test.
+//
+//   TempStore     a temporary directory with CDS_PATH pointing at "cds.db" inside it; open()
+//                 creates the store with pcd_init(0). The destructor closes what it opened,
+//                 restores CDS_PATH and removes the directory.
+//   StoreTest     a GoogleTest fixture whose SetUp opens a TempStore: `cds` is a client on
+//                 it, and pcd_default_handle() (used by CPath) is its handle.
+//
+//   TEST_F(StoreTest, Something) {
+//     api_status_t st;
+//     cds.add_node("/Dev1", st, "");
+//   }
+//
+// Tests that fork should fork before opening (a SQLite connection must not cross a fork):
+// derive from StoreTest with `open_in_setup = false`, or use TempStore directly.
+#ifndef WSGATE_TESTS_UNIT_STORE_FIXTURE_H
+#define WSGATE_TESTS_UNIT_STORE_FIXTURE_H
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "platform/cds.h"
+
+namespace wsgate_test {
+
+// Sets an environment variable for the life of the object, then puts the old value back.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const std::string& value) : name_(name) {
+    const char* old = std::getenv(name);
+    had_old_ = old != nullptr;
+    if (had_old_) old_ = old;
+    setenv(name, value.c_str(), 1);
+  }
+  ScopedEnv(const ScopedEnv&) = delete;
+  ScopedEnv& operator=(const ScopedEnv&) = delete;
+  ~ScopedEnv() {
+    if (had_old_) {
+      setenv(name_.c_str(), old_.c_str(), 1);
+    } else {
+      unsetenv(name_.c_str());
+    }
+  }
+
+ private:
+  std::string name_;
+  std::string old_;
+  bool had_old_ = false;
+};
+
+class TempStore {
+ public:
+  TempStore() : dir_(makeTempDir()), path_(dir_ + "/cds.db"), env_("CDS_PATH", path_) {}
+  TempStore(const TempStore&) = delete;
+  TempStore& operator=(const TempStore&) = delete;
+  ~TempStore() {
+    close();
+    std::error_code ignored;
+    std::filesystem::remove_all(dir_, ignored);
+  }
+
+  // Opens (creating) the store; null on failure, with pcd_last_error() saying why.
+  pcd_handle_t open() {
+    close();
+    handle_ = pcd_init(0);
+    return handle_;
+  }
+  void close() {
+    if (handle_ != nullptr) pcd_close(handle_);
+    handle_ = nullptr;
+  }
+
+  pcd_handle_t handle() const { return handle_; }
+  const std::string& dir() const { return dir_; }    // the temporary directory
+  const std::string& path() const { return path_; }  // the store file (CDS_PATH)
+
+ private:
+  static std::string makeTempDir() {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string pattern =
+        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/wsgate-store-XXXXXX";
+    char* made = mkdtemp(&pattern[0]);
+    if (made == nullptr) ADD_FAILURE() << "mkdtemp failed for " << pattern;
+    return pattern;
+  }
+
+  std::string dir_;
+  std::string path_;
+  ScopedEnv env_;
+  pcd_handle_t handle_ = nullptr;
+};
+
+class StoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!open_in_setup) return;
+    ASSERT_NE(store.open(), nullptr) << pcd_last_error();
+    cds.set_handle(store.handle());
+  }
+  void TearDown() override {
+    cds.set_handle(nullptr);
+    store.close();
+  }
+
+  bool open_in_setup = true;  // set to false in a derived constructor to open later
+  TempStore store;
+  toolkit::CCds cds;
+};
+
+}  // namespace wsgate_test
+
+#endif  // WSGATE_TESTS_UNIT_STORE_FIXTURE_H
