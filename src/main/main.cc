@@ -57,7 +57,7 @@ int main(int argc, char** argv) {
   struct soap* soap = soap_new();
   soap_init(soap);
   soap->user = &server;
-  setRequestLimits(soap);
+  configureContext(soap);
 
   server.swinfo.SetPath(kAppPath);
   server.connxns.SetPath(kConnectionsPath);

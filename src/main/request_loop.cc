@@ -1,9 +1,11 @@
 #include "main/request_loop.h"
 
 #include <fcgiapp.h>
+#include <fcntl.h>
 #include <sys/select.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -56,6 +58,10 @@ void takeParameter(FCGX_Request& request, const char* name, char* field, const c
 }
 
 // Moves the listening socket to descriptor 0, where the FastCGI library expects it.
+//
+// The socket is non-blocking: FCGX_Accept_r accepts again by itself when a caller connected
+// and went away before sending its request, and on a blocking socket it would then wait in
+// accept() for the next caller, with no termination check, sweep or watchdog ping meanwhile.
 int listenOnDescriptorZero(const char* path) {
   int fd = FCGX_OpenSocket(path, kBacklog);
   if (fd == -1) return -1;
@@ -64,8 +70,25 @@ int listenOnDescriptorZero(const char* path) {
     dup2(fd, 0);
     close(fd);
   }
+  fcntl(0, F_SETFL, fcntl(0, F_GETFL) | O_NONBLOCK);
   fprintf(stderr, "FCGI app listening at socket %s [%d] \n", path, 0);
   return 0;
+}
+
+// Serves one accepted request with the caller's identity in the environment, finishes it,
+// and only then records the caller, so the bookkeeping never delays a reply.
+void serveAccepted(struct soap* soap, FCGX_Request& request) {
+  CallerIdentity caller;
+  takeParameter(request, "REMOTE_USER", caller.user, "Failed to get REMOTE_USER");
+  takeParameter(request, "REMOTE_ADDR", caller.address, "Failed to get REMOTE_ADDR");
+  const char* https = FCGX_GetParam("HTTPS", request.envp);
+  caller.https = https != nullptr && strcmp(https, "on") == 0;
+
+  serveRequest(soap);
+  unsetenv("REMOTE_USER");
+  unsetenv("REMOTE_ADDR");
+  FCGX_Finish_r(&request);
+  recordCaller(serverOf(soap), caller.address, caller.user, caller.https);
 }
 
 }  // namespace
@@ -106,25 +129,17 @@ int runRequestLoop(struct soap* soap) {
 
     if (FD_ISSET(0, &readable)) {
       server.current_request = &request;
-      if (FCGX_Accept_r(&request) < 0) {
+      int accepted = FCGX_Accept_r(&request);
+      if (accepted >= 0) {
+        serveAccepted(soap, request);
+      } else if (accepted != -EAGAIN && accepted != -EWOULDBLOCK) {
         fputs("Error in Accept(), exiting now...\n", stderr);
         soap->error = SOAP_EOF;
         int result = soap_send_fault(soap);
         FCGX_Free(&request, 1);
         return result;
       }
-      CallerIdentity caller;
-      takeParameter(request, "REMOTE_USER", caller.user, "Failed to get REMOTE_USER");
-      takeParameter(request, "REMOTE_ADDR", caller.address, "Failed to get REMOTE_ADDR");
-      const char* https = FCGX_GetParam("HTTPS", request.envp);
-      caller.https = https != nullptr && strcmp(https, "on") == 0;
-
-      serveRequest(soap);
-      unsetenv("REMOTE_USER");
-      unsetenv("REMOTE_ADDR");
-      FCGX_Finish_r(&request);
-      // After the response is complete, so the bookkeeping never delays a reply.
-      recordCaller(server, caller.address, caller.user, caller.https);
+      // Otherwise the caller went away before its request could be read: nothing to serve.
     }
 
     uint32_t now = vtx_GetMonoTime(nullptr);

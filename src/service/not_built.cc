@@ -1,36 +1,49 @@
 // Operations whose services are not built yet. Each answers the runtime's "not implemented"
-// fault (SOAP_NO_METHOD) until its module provides the real service; remove an entry here
-// when that happens.
+// fault (SOAP_NO_METHOD) naming the operation, until its module provides the real service;
+// remove an entry here when that happens.
+#include <cstring>
+
 #include "soapH.h"
 
+namespace {
+
+// The runtime words its "not implemented" fault with the element in soap->tag.
+int notBuilt(struct soap* soap, const char* operation) {
+  strncpy(soap->tag, operation, sizeof soap->tag - 1);
+  soap->tag[sizeof soap->tag - 1] = '\0';
+  return SOAP_NO_METHOD;
+}
+
+}  // namespace
+
 // clang-format off
-int __nsc1__getValue(struct soap*, _nsc1__getValue *, _nsc1__getValueResponse &) { return SOAP_NO_METHOD; }
-int __nsc1__getValues(struct soap*, _nsc1__getValues *, _nsc1__getValuesResponse &) { return SOAP_NO_METHOD; }
-int __nsc1__getRelativeValues(struct soap*, _nsc1__getRelativeValues *, _nsc1__getRelativeValuesResponse &) { return SOAP_NO_METHOD; }
-int __nsc1__getArray(struct soap*, _nsc1__getArray *, _nsc1__getArrayResponse &) { return SOAP_NO_METHOD; }
-int __nsc1__getArrayRange(struct soap*, _nsc1__getArrayRange *, _nsc1__getArrayRangeResponse &) { return SOAP_NO_METHOD; }
-int __nsc1__getArraySize(struct soap*, _nsc1__getArraySize *, _nsc1__getArraySizeResponse &) { return SOAP_NO_METHOD; }
-int __nsc1__setValue(struct soap*, _nsc1__setValue *, _nsc1__setValueResponse &) { return SOAP_NO_METHOD; }
-int __nsc1__setValues(struct soap*, _nsc1__setValues *, _nsc1__setValuesResponse &) { return SOAP_NO_METHOD; }
-int __nsc1__createSubscription(struct soap*, _nsc1__createSubscription *, _nsc1__createSubscriptionResponse &) { return SOAP_NO_METHOD; }
-int __nsc1__updateSubscriptionRealTimeNodes(struct soap*, _nsc1__updateSubscriptionRealTimeNodes *, _nsc1__updateSubscriptionRealTimeNodesResponse &) { return SOAP_NO_METHOD; }
-int __nsc1__cancelSubscription(struct soap*, _nsc1__cancelSubscription *, _nsc1__cancelSubscriptionResponse &) { return SOAP_NO_METHOD; }
-int __nsc1__acknowledgeAlarm(struct soap*, _nsc1__acknowledgeAlarm *, _nsc1__acknowledgeAlarmResponse &) { return SOAP_NO_METHOD; }
-int nsc3__sendDeviceCmd(struct soap*, std::string *, std::string *, nsc3__sendCmd_s *, nsc3__sendDeviceCmdResponse &) { return SOAP_NO_METHOD; }
-int nsc3__getDeviceCmdResult(struct soap*, std::string *, std::string *, int, nsc3__getDeviceCmdResultResponse &) { return SOAP_NO_METHOD; }
-int __nst1__CreateNode(struct soap*, _nst1__CreateNode *, _nst1__CreateNodeResponse &) { return SOAP_NO_METHOD; }
-int __nst1__SetLeaf(struct soap*, _nst1__SetLeaf *, _nst1__SetLeafResponse &) { return SOAP_NO_METHOD; }
-int __nst1__SetLeaves(struct soap*, _nst1__SetLeaves *, _nst1__SetLeavesResponse &) { return SOAP_NO_METHOD; }
-int __nst1__Reset(struct soap*, _nst1__Reset *, _nst1__ResetResponse &) { return SOAP_NO_METHOD; }
-int __nst1__RemoveNode(struct soap*, _nst1__RemoveNode *, _nst1__RemoveNodeResponse &) { return SOAP_NO_METHOD; }
-int __nst1__getSubscribedNodes(struct soap*, _nst1__getSubscribedNodes *, _nst1__getSubscribedNodesResponse &) { return SOAP_NO_METHOD; }
-int nsqv__getDeviceTree(struct soap*, std::string *, std::string *, bool, nsqv__getDeviceTreeResponse &) { return SOAP_NO_METHOD; }
-int nsqv__findAttributeMatches(struct soap*, std::string *, std::string *, bool, std::string *, std::string *, nsqv__findAttributeMatchesResponse &) { return SOAP_NO_METHOD; }
-int nsqv__getLeafDescriptors(struct soap*, std::string *, std::string *, nsqv__ArrayOfString *, nsqv__getLeafDescriptorsResponse &) { return SOAP_NO_METHOD; }
-int nsqv__getDeltaLog(struct soap*, nsqv__logRetrieveRequest *, nsqv__getDeltaLogResponse &) { return SOAP_NO_METHOD; }
-int nsqv__getEventLog(struct soap*, nsqv__logRetrieveRequest *, nsqv__getEventLogResponse &) { return SOAP_NO_METHOD; }
-int nsqv__getActiveAlarms(struct soap*, nsqv__logRetrieveRequest *, nsqv__getActiveAlarmsResponse &) { return SOAP_NO_METHOD; }
-int nsqv__getTrendPeriods(struct soap*, std::string *, nsqv__getTrendPeriodsResponse &) { return SOAP_NO_METHOD; }
-int nsqv__getDeviceTrendParams(struct soap*, std::string *, std::string *, nsqv__getDeviceTrendParamsResponse &) { return SOAP_NO_METHOD; }
-int nsqv__getTrendData(struct soap*, nsqv__getTrendDataRequest *, nsqv__getTrendDataResponse &) { return SOAP_NO_METHOD; }
+int __nsc1__getValue(struct soap* soap, _nsc1__getValue *, _nsc1__getValueResponse &) { return notBuilt(soap, "nsc1:getValue"); }
+int __nsc1__getValues(struct soap* soap, _nsc1__getValues *, _nsc1__getValuesResponse &) { return notBuilt(soap, "nsc1:getValues"); }
+int __nsc1__getRelativeValues(struct soap* soap, _nsc1__getRelativeValues *, _nsc1__getRelativeValuesResponse &) { return notBuilt(soap, "nsc1:getRelativeValues"); }
+int __nsc1__getArray(struct soap* soap, _nsc1__getArray *, _nsc1__getArrayResponse &) { return notBuilt(soap, "nsc1:getArray"); }
+int __nsc1__getArrayRange(struct soap* soap, _nsc1__getArrayRange *, _nsc1__getArrayRangeResponse &) { return notBuilt(soap, "nsc1:getArrayRange"); }
+int __nsc1__getArraySize(struct soap* soap, _nsc1__getArraySize *, _nsc1__getArraySizeResponse &) { return notBuilt(soap, "nsc1:getArraySize"); }
+int __nsc1__setValue(struct soap* soap, _nsc1__setValue *, _nsc1__setValueResponse &) { return notBuilt(soap, "nsc1:setValue"); }
+int __nsc1__setValues(struct soap* soap, _nsc1__setValues *, _nsc1__setValuesResponse &) { return notBuilt(soap, "nsc1:setValues"); }
+int __nsc1__createSubscription(struct soap* soap, _nsc1__createSubscription *, _nsc1__createSubscriptionResponse &) { return notBuilt(soap, "nsc1:createSubscription"); }
+int __nsc1__updateSubscriptionRealTimeNodes(struct soap* soap, _nsc1__updateSubscriptionRealTimeNodes *, _nsc1__updateSubscriptionRealTimeNodesResponse &) { return notBuilt(soap, "nsc1:updateSubscriptionRealTimeNodes"); }
+int __nsc1__cancelSubscription(struct soap* soap, _nsc1__cancelSubscription *, _nsc1__cancelSubscriptionResponse &) { return notBuilt(soap, "nsc1:cancelSubscription"); }
+int __nsc1__acknowledgeAlarm(struct soap* soap, _nsc1__acknowledgeAlarm *, _nsc1__acknowledgeAlarmResponse &) { return notBuilt(soap, "nsc1:acknowledgeAlarm"); }
+int nsc3__sendDeviceCmd(struct soap* soap, std::string *, std::string *, nsc3__sendCmd_s *, nsc3__sendDeviceCmdResponse &) { return notBuilt(soap, "nsc3:sendDeviceCmd"); }
+int nsc3__getDeviceCmdResult(struct soap* soap, std::string *, std::string *, int, nsc3__getDeviceCmdResultResponse &) { return notBuilt(soap, "nsc3:getDeviceCmdResult"); }
+int __nst1__CreateNode(struct soap* soap, _nst1__CreateNode *, _nst1__CreateNodeResponse &) { return notBuilt(soap, "nst1:CreateNode"); }
+int __nst1__SetLeaf(struct soap* soap, _nst1__SetLeaf *, _nst1__SetLeafResponse &) { return notBuilt(soap, "nst1:SetLeaf"); }
+int __nst1__SetLeaves(struct soap* soap, _nst1__SetLeaves *, _nst1__SetLeavesResponse &) { return notBuilt(soap, "nst1:SetLeaves"); }
+int __nst1__Reset(struct soap* soap, _nst1__Reset *, _nst1__ResetResponse &) { return notBuilt(soap, "nst1:Reset"); }
+int __nst1__RemoveNode(struct soap* soap, _nst1__RemoveNode *, _nst1__RemoveNodeResponse &) { return notBuilt(soap, "nst1:RemoveNode"); }
+int __nst1__getSubscribedNodes(struct soap* soap, _nst1__getSubscribedNodes *, _nst1__getSubscribedNodesResponse &) { return notBuilt(soap, "nst1:getSubscribedNodes"); }
+int nsqv__getDeviceTree(struct soap* soap, std::string *, std::string *, bool, nsqv__getDeviceTreeResponse &) { return notBuilt(soap, "nsqv:getDeviceTree"); }
+int nsqv__findAttributeMatches(struct soap* soap, std::string *, std::string *, bool, std::string *, std::string *, nsqv__findAttributeMatchesResponse &) { return notBuilt(soap, "nsqv:findAttributeMatches"); }
+int nsqv__getLeafDescriptors(struct soap* soap, std::string *, std::string *, nsqv__ArrayOfString *, nsqv__getLeafDescriptorsResponse &) { return notBuilt(soap, "nsqv:getLeafDescriptors"); }
+int nsqv__getDeltaLog(struct soap* soap, nsqv__logRetrieveRequest *, nsqv__getDeltaLogResponse &) { return notBuilt(soap, "nsqv:getDeltaLog"); }
+int nsqv__getEventLog(struct soap* soap, nsqv__logRetrieveRequest *, nsqv__getEventLogResponse &) { return notBuilt(soap, "nsqv:getEventLog"); }
+int nsqv__getActiveAlarms(struct soap* soap, nsqv__logRetrieveRequest *, nsqv__getActiveAlarmsResponse &) { return notBuilt(soap, "nsqv:getActiveAlarms"); }
+int nsqv__getTrendPeriods(struct soap* soap, std::string *, nsqv__getTrendPeriodsResponse &) { return notBuilt(soap, "nsqv:getTrendPeriods"); }
+int nsqv__getDeviceTrendParams(struct soap* soap, std::string *, std::string *, nsqv__getDeviceTrendParamsResponse &) { return notBuilt(soap, "nsqv:getDeviceTrendParams"); }
+int nsqv__getTrendData(struct soap* soap, nsqv__getTrendDataRequest *, nsqv__getTrendDataResponse &) { return notBuilt(soap, "nsqv:getTrendData"); }
 // clang-format on

@@ -19,7 +19,8 @@ constexpr ULONG64 kMaxMessageBytes = 16UL << 20;
 
 }  // namespace
 
-void setRequestLimits(struct soap* soap) {
+void configureContext(struct soap* soap) {
+  soap_set_namespaces(soap, namespaces);
   soap->maxlevel = kMaxNesting;
   soap->maxlength = kMaxTextLength;
   soap->maxoccurs = kMaxListItems;

@@ -5,9 +5,9 @@
 
 struct soap;
 
-// Sets the runtime's limits on what a request may hold (nesting depth, text length, list
-// length, message size). Called once on the process's context.
-void setRequestLimits(struct soap* soap);
+// Prepares the process's context: the namespace table, and the runtime's limits on what a
+// request may hold (nesting depth, text length, list length, message size).
+void configureContext(struct soap* soap);
 
 // Parses the envelope, dispatches the body element to its operation, and writes the response
 // or the runtime's SOAP fault; then frees everything the request allocated. Always returns 0:

@@ -141,7 +141,7 @@ TEST_F(CommandLineTest, UsageShowsTheDefaultsWhateverTheSettings) {
   EXPECT_EQ(usage.rfind("Usage: wsgated [-d] [-h deltaLog]  [-a eventLog] \n", 0), 0u);
   EXPECT_NE(usage.find("Deltas:10000, Events:2500, and Trend snapshots:833 \n"),
             std::string::npos);
-  EXPECT_EQ(usage.substr(usage.size() - 2), "t\n\n");
+  EXPECT_EQ(usage.substr(usage.size() - 3), "t\n\n");
 }
 
 }  // namespace

@@ -51,7 +51,8 @@ TEST(ErrorsTest, ErrorStringAndPrefixShapeTheText) {
 
 TEST(OptionsTest, DefaultsForAbsentAndEmptyStrings) {
   std::string empty;
-  for (const std::string* text : {static_cast<const std::string*>(nullptr), &empty}) {
+  const std::string* texts[] = {nullptr, &empty};
+  for (const std::string* text : texts) {
     RequestOptions o = parseOptions(text);
     EXPECT_FALSE(o.readback);
     EXPECT_EQ(o.errorString, kErrorStringUnset);
