@@ -141,7 +141,8 @@ class CCds {
   // --- Nodes --------------------------------------------------------------------------
   // OK when the node exists, NO_NODE when not.
   int test_node(const std::string& path, api_status_t& status);
-  // Creates the node and any missing ancestors; OK also when it existed.
+  // Creates the node and any missing ancestors; OK also when it existed. A path longer
+  // than 4096 bytes is refused (FAILED).
   int add_node(const std::string& path, api_status_t& status, const std::string& source);
   // Removes the node with all its leaves and descendants. The root cannot be removed
   // (FAILED). NO_NODE when it does not exist.

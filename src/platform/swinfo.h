@@ -54,12 +54,15 @@ class CCds_SwInfo {
   // none or names "None"), texts "true"/"false" in other leaves are Boolean, everything
   // else is String. Returns 0 on success.
   int FillSwInfoNode(const swinfo_template_t& tmpl);
-  // Writes path + suffix + "/Value" as Integer. Returns 0 on success.
+  // Writes path + suffix + "/Value" as Integer, creating the node when missing. Returns 0
+  // on success.
   int SetIntValue(const char* suffix, int value);
   // Adds `increment` to path + suffix + "/Value" (a missing or unreadable value counts as
-  // 0) and writes it back as Integer. Returns 0 on success.
+  // 0; the sum wraps at 32 bits) and writes it back as Integer, creating the node when
+  // missing. Returns 0 on success.
   int UpdateIntValue(const char* suffix, int increment);
-  // Writes a message of this application to standard error and to the system log.
+  // Writes a message of this application to standard error (one line) and to the system
+  // log (severity Info, the last component of the path as application name).
   void PrintString(const std::string& text);
 
  private:
