@@ -1,0 +1,150 @@
+#include "platform/element.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+
+#include "platform/event.h"
+
+namespace {
+
+using toolkit::CElement;
+
+CElement real(double d) {
+  CElement e;
+  e.set_real(d);
+  return e;
+}
+
+TEST(ElementTest, TextForms) {
+  CElement e;
+  EXPECT_EQ(e.to_string(), "");
+  e.set_bool(true);
+  EXPECT_EQ(e.to_string(), "true");
+  e.set_int(-42);
+  EXPECT_EQ(e.to_string(), "-42");
+  e.set_uint64(std::numeric_limits<uint64_t>::max());
+  EXPECT_EQ(e.to_string(), "18446744073709551615");
+  e.set_timeval(timeval{-1, 500000});  // half a second before the epoch
+  EXPECT_EQ(e.to_string(), "-500");
+  EXPECT_EQ(real(0.1).to_string(), "0.1");
+  EXPECT_EQ(real(1.5).to_string(), "1.5");
+  EXPECT_EQ(real(100).to_string(), "100");
+  EXPECT_EQ(real(std::nan("")).to_string(), "nan");
+  EXPECT_EQ(real(-INFINITY).to_string(), "-inf");
+}
+
+TEST(ElementTest, RealTextIsTheShortestThatRoundTrips) {
+  std::mt19937_64 rng(7);
+  for (int i = 0; i < 20000; ++i) {
+    uint64_t bits = rng();
+    double d;
+    std::memcpy(&d, &bits, sizeof d);
+    if (!std::isfinite(d)) continue;
+    std::string text = real(d).to_string();
+    CElement back(text);
+    ASSERT_EQ(back.convert_type(DATA_TYPE_REAL), 0) << text;
+    ASSERT_EQ(back.to_double(), d) << text;
+  }
+  EXPECT_EQ(real(0.1 + 0.2).to_string(), "0.30000000000000004");
+}
+
+TEST(ElementTest, NumericReadsClampAndNeverFail) {
+  EXPECT_EQ(real(1e20).to_int(), std::numeric_limits<int32_t>::max());
+  EXPECT_EQ(real(-1e20).to_uint(), 0u);
+  EXPECT_EQ(real(std::nan("")).to_int64(), 0);
+  EXPECT_EQ(real(-2.9).to_int(), -2);
+  EXPECT_EQ(CElement("12").to_int(), 12);
+  EXPECT_EQ(CElement("abc").to_int(), 0);
+  EXPECT_EQ(CElement("3.5").to_double(), 3.5);
+  EXPECT_EQ(CElement("18446744073709551615").to_uint64(), std::numeric_limits<uint64_t>::max());
+  EXPECT_TRUE(CElement("TRUE").to_bool());
+  EXPECT_TRUE(CElement("1").to_bool());
+  EXPECT_FALSE(CElement("yes").to_bool());
+  EXPECT_TRUE(real(0.5).to_bool());
+  EXPECT_FALSE(CElement().to_bool());
+}
+
+TEST(ElementTest, ConvertTypeSucceedsOnlyWhenTheValueFits) {
+  struct Case {
+    const char* text;
+    data_type_t type;
+    bool ok;
+    const char* result;
+  } cases[] = {
+      {"42", DATA_TYPE_INT, true, "42"},
+      {" 42 ", DATA_TYPE_INT, true, "42"},
+      {"+7", DATA_TYPE_INT, true, "7"},
+      {"", DATA_TYPE_INT, true, "0"},
+      {"2147483648", DATA_TYPE_INT, false, nullptr},
+      {"-1", DATA_TYPE_UINT, false, nullptr},
+      {"4294967295", DATA_TYPE_UINT, true, "4294967295"},
+      {"1.5", DATA_TYPE_INT, false, nullptr},
+      {"0x10", DATA_TYPE_INT, false, nullptr},
+      {"12abc", DATA_TYPE_INT64, false, nullptr},
+      {"1e3", DATA_TYPE_REAL, true, "1000"},
+      {"-inf", DATA_TYPE_REAL, true, "-inf"},
+      {"abc", DATA_TYPE_REAL, false, nullptr},
+      {"TRUE", DATA_TYPE_BOOL, true, "true"},
+      {"0", DATA_TYPE_BOOL, true, "false"},
+      {"2", DATA_TYPE_BOOL, false, nullptr},
+      {"1700000000123", DATA_TYPE_TIMEVAL, true, "1700000000123"},
+      {"x", DATA_TYPE_NONE, false, nullptr},
+      {"x", DATA_TYPE_VALUE_TYPE, false, nullptr},
+  };
+  for (const Case& c : cases) {
+    CElement e(c.text);
+    e.set_time(timeval{5, 6});
+    int rc = e.convert_type(c.type);
+    EXPECT_EQ(rc == 0, c.ok) << c.text << " to " << c.type;
+    if (c.ok) {
+      EXPECT_EQ(e.get_type(), c.type) << c.text;
+      EXPECT_EQ(e.to_string(), c.result) << c.text;
+      EXPECT_EQ(e.get_time().tv_usec, 6);
+    } else {
+      EXPECT_EQ(e, CElement(c.text)) << "a failed conversion changes nothing";
+    }
+  }
+  CElement r = real(-3.99);
+  ASSERT_EQ(r.convert_type(DATA_TYPE_INT), 0);
+  EXPECT_EQ(r.to_int(), -3);
+  r = real(std::nan(""));
+  EXPECT_NE(r.convert_type(DATA_TYPE_INT), 0);
+  CElement b;
+  b.set_bool(true);
+  ASSERT_EQ(b.convert_type(DATA_TYPE_STRING), 0);
+  EXPECT_EQ(b, CElement("true"));
+}
+
+TEST(ElementTest, SplitStringKeepsEmptyItems) {
+  std::vector<std::string> out = {"stale"};
+  CElement::split_string("", out);
+  EXPECT_TRUE(out.empty());
+  CElement::split_string("a;;b;", out);
+  EXPECT_EQ(out, (std::vector<std::string>{"a", "", "b", ""}));
+  CElement::split_string("one", out);
+  EXPECT_EQ(out, (std::vector<std::string>{"one"}));
+}
+
+TEST(ElementTest, TypeNames) {
+  EXPECT_EQ(pcd_human_str_to_enum("integer"), DATA_TYPE_INT);
+  EXPECT_EQ(pcd_human_str_to_enum("TIMEVAL"), DATA_TYPE_TIMEVAL);
+  EXPECT_EQ(pcd_human_str_to_enum("Multistate"), DATA_TYPE_NONE);
+  EXPECT_EQ(pcd_human_str_to_enum(nullptr), DATA_TYPE_NONE);
+  EXPECT_STREQ(pcd_enum_to_str(DATA_TYPE_UINT64), "Unsigned64");
+  EXPECT_EQ(pcd_enum_to_str(DATA_TYPE_VALUE_TYPE), nullptr);
+  EXPECT_EQ(pcd_enum_to_str(static_cast<data_type_t>(42)), nullptr);
+}
+
+TEST(ElementTest, EventSourceString) {
+  std::string out = "old";
+  toolkit::CEvent::format_source_string(out, "Web-Services", "admin", "10.0.0.1");
+  EXPECT_EQ(out, "Web-Services:admin@10.0.0.1");
+  toolkit::CEvent::format_source_string(out, "app", nullptr, "");
+  EXPECT_EQ(out, "app:@");
+}
+
+}  // namespace

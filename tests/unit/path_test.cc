@@ -1,0 +1,184 @@
+#include "platform/path.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "platform/cds.h"
+#include "store_fixture.h"
+
+namespace {
+
+using wsgate_test::ScopedEnv;
+using wsgate_test::StoreTest;
+
+class PathTest : public StoreTest {
+ protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    api_status_t st;
+    cds.add_node("/Dev/Temp", st, "");
+    cds.add_node("/Dev/B.c", st, "");
+    cds.set_leaf("/Dev/Temp/Value", toolkit::CElement("21"), st, false, "");
+    cds.set_leaf("/Dev/Temp/PossibleValues", toolkit::CElement("a;b"), st, false, "");
+  }
+
+  struct Result {
+    int rc;
+    std::string path;
+    std::string suffix;
+    bool node_value;
+    bool not_plain;
+  };
+  static Result norm(const std::string& text) {
+    CPath p(text);
+    int rc = p.normalize();
+    return {rc, p.getPath(), p.getSubAttribute(), p.isNodeValue(), p.isNotPlainLeaf()};
+  }
+};
+
+TEST_F(PathTest, NormalizeRewritesGoodPaths) {
+  struct Case {
+    const char* in;
+    const char* path;
+    const char* suffix;
+    bool node_value;
+    bool not_plain;
+  } cases[] = {
+      {"/Dev/Temp/Value", "/Dev/Temp/Value", "", false, false},
+      {"//Dev///Temp/Value/", "/Dev/Temp/Value", "", false, false},
+      {"/Dev/Temp:Writable", "/Dev/Temp/Writable", "", false, false},
+      {"/Dev/Temp/Value.Time", "/Dev/Temp/Value", ".Time", false, false},
+      {"/Dev/Temp/.HiCriticalLimit.Time", "/Dev/Temp/.HiCriticalLimit", ".Time", false, false},
+      {"/Dev/Temp/.Quality", "/Dev/Temp/.Quality", "", false, false},
+      {"/Dev/Temp", "/Dev/Temp/Value", "", true, false},  // a node stands for its Value
+      {"/Dev/Temp/", "/Dev/Temp/Value", "", true, false},
+      {"/Dev/Temp.Time", "/Dev/Temp/Value", ".Time", true, false},
+      {"/Dev/B.c", "/Dev/B.c/Value", "", true, false},  // a dotted node name wins
+      {"/Dev/Temp:Children", "/Dev/Temp/Children", "", false, true},
+      {"/Dev/Temp/ValueAge", "/Dev/Temp/ValueAge", "", false, true},
+      {"/:NodeType", "/NodeType", "", false, false},
+      {"/Dev/:Children", "/Dev/Children", "", false, true},
+      {"/A:b/C", "/A:b/C", "", false, false},  // a ":" before the last component is a name
+      {"/", "/", "", false, false},
+      {"/Nope/Value.Foo", "/Nope/Value", ".Foo", false, false},
+  };
+  for (const Case& c : cases) {
+    Result r = norm(c.in);
+    EXPECT_EQ(r.rc, 0) << c.in;
+    EXPECT_EQ(r.path, c.path) << c.in;
+    EXPECT_EQ(r.suffix, c.suffix) << c.in;
+    EXPECT_EQ(r.node_value, c.node_value) << c.in;
+    EXPECT_EQ(r.not_plain, c.not_plain) << c.in;
+  }
+}
+
+TEST_F(PathTest, NormalizeRejectsMalformedPaths) {
+  for (std::string bad : {std::string(""), std::string("Dev/Temp"), std::string("/Dev/Temp:"),
+                          std::string("/Dev/Te\tmp"), std::string("/Dev/\x7f"),
+                          std::string("/Dev\0/x", 7), std::string("Value")}) {
+    EXPECT_NE(CPath(bad).normalize(), 0) << bad;
+  }
+}
+
+TEST_F(PathTest, NormalizeIsIdempotentAndHandlesHugePaths) {
+  CPath p("/Dev/Temp.Time");
+  ASSERT_EQ(p.normalize(), 0);
+  ASSERT_EQ(p.normalize(), 0);
+  EXPECT_EQ(p.getPath(), "/Dev/Temp/Value");
+  EXPECT_EQ(p.getSubAttribute(), ".Time");
+  EXPECT_TRUE(p.isNodeValue());
+
+  std::string huge;
+  for (int i = 0; i < 100000; ++i) huge += "/abcdefghi";  // 1 MB, 100000 components
+  Result r = norm(huge + "//:x");
+  EXPECT_EQ(r.rc, 0);
+  EXPECT_EQ(r.path.size(), huge.size() + 2);
+  EXPECT_NE(norm(huge + "\n").rc, 0);
+}
+
+TEST_F(PathTest, PartsAndSiblings) {
+  CPath p("/Dev/Temp");
+  ASSERT_EQ(p.normalize(), 0);
+  EXPECT_EQ(p.getNodePath(), "/Dev/Temp");
+  EXPECT_EQ(p.getPathAttribute(), "Value");
+  EXPECT_EQ(p.LopLastSubpath(), "Value");
+  EXPECT_EQ(p.getNewPathStr("Writable"), "/Dev/Temp/Writable");
+  EXPECT_EQ(p.getNewPath("PossibleValues").getPath(), "/Dev/Temp/PossibleValues");
+  CPath root_leaf("/NodeType");
+  EXPECT_EQ(root_leaf.getNodePath(), "/");
+  EXPECT_EQ(root_leaf.getNewPathStr("DisplayName"), "/DisplayName");
+}
+
+TEST_F(PathTest, ChildPathsAndAttributeLists) {
+  std::vector<std::string> items;
+  ASSERT_EQ(CPath("/Dev").getChildPaths(cds, items), 0);
+  EXPECT_EQ(items, (std::vector<std::string>{"/Dev/B.c", "/Dev/Temp"}));
+  CPath leaf("/Dev/Temp/Value");
+  ASSERT_EQ(leaf.getChildPaths(cds, items), 0);  // a leaf path lists its node's children
+  EXPECT_TRUE(items.empty());
+  ASSERT_EQ(CPath("/Dev").getAttributeList("Children", cds, items), 0);
+  EXPECT_EQ(items, (std::vector<std::string>{"B.c", "Temp"}));
+  CPath normalized("/Dev/Temp");
+  normalized.normalize();
+  ASSERT_EQ(normalized.getAttributeList("PossibleValues", cds, items), 0);
+  EXPECT_EQ(items, (std::vector<std::string>{"a", "b"}));
+  ASSERT_EQ(CPath("/Dev/Temp").getAttributeList("Attributes", cds, items), 0);
+  EXPECT_EQ(items, (std::vector<std::string>{"PossibleValues", "Value"}));
+  // A node that does not exist is never mistaken for a leaf of its parent.
+  EXPECT_NE(CPath("/Dev/Connections").getAttributeList("Children", cds, items), 0);
+  EXPECT_NE(CPath("/Dev/Nope").getChildPaths(cds, items), 0);
+}
+
+TEST(PathNodeNameTest, NodeNamesAreExactInverses) {
+  std::string name, back;
+  CPath::PathToNodeName("/A/B.c/D", name);
+  EXPECT_EQ(name, "A.B\\.c.D");
+  CPath::PathToNodeName("/", name);
+  EXPECT_EQ(name, "");
+  CPath::DottedPathToNodePath("", back);
+  EXPECT_EQ(back, "/");
+  CPath::PathToNodeName("/x\\y/z.", name);
+  EXPECT_EQ(name, "x\\\\y.z\\.");
+
+  std::mt19937 rng(3);
+  const char alphabet[] = {'a', '.', '\\', '/', 'b'};
+  for (int i = 0; i < 5000; ++i) {
+    std::string path = "/";
+    int n = rng() % 12;
+    for (int j = 0; j < n; ++j) path += alphabet[rng() % sizeof(alphabet)];
+    CPath::PathToNodeName(path, name);
+    ASSERT_EQ(name.find('/'), std::string::npos) << path;
+    CPath::DottedPathToNodePath(name, back);
+    ASSERT_EQ(back, path) << name;
+  }
+}
+
+TEST_F(PathTest, RightsComeFromTheCallerAndTheDefaultConnection) {
+  ASSERT_EQ(cds.rights_set({"*", "/", "r"}), 0);
+  ASSERT_EQ(cds.rights_set({"admin", "/", "rwdx"}), 0);
+  ASSERT_EQ(cds.rights_set({"", "/Dev/Temp", "rw"}), 0);
+  CPath p("/Dev/Temp");
+  ASSERT_EQ(p.normalize(), 0);
+  {
+    ScopedEnv user("REMOTE_USER", "admin");
+    EXPECT_TRUE(p.is_write_authorized());
+    EXPECT_TRUE(p.is_remove_authorized());
+    EXPECT_TRUE(CPath("/").is_reset_authorized());
+  }
+  {
+    ScopedEnv user("REMOTE_USER", "guest");
+    EXPECT_TRUE(p.is_read_authorized());
+    EXPECT_FALSE(p.is_write_authorized());
+    EXPECT_FALSE(CPath("/").is_reset_authorized());
+  }
+  unsetenv("REMOTE_USER");
+  EXPECT_TRUE(p.is_write_authorized());  // the anonymous user's own rule
+  EXPECT_FALSE(p.is_remove_authorized());
+
+  store.close();  // no default connection: every right is refused
+  cds.set_handle(nullptr);
+  EXPECT_FALSE(p.is_read_authorized());
+}
+
+}  // namespace

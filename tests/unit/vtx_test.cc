@@ -1,0 +1,80 @@
+#include "platform/vtx.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+
+#include "store_fixture.h"
+
+namespace {
+
+using wsgate_test::ScopedEnv;
+using wsgate_test::TempStore;
+
+TEST(VtxTest, ConversionsRoundDownAndRoundTrip) {
+  for (vtx_time64_t t : {0LL, 1LL, -1LL, -999LL, -1000LL, -1001LL, 1700000000123LL}) {
+    timeval tv = vtx_VTXtoUNIXtime64(t);
+    EXPECT_GE(tv.tv_usec, 0) << t;
+    EXPECT_LT(tv.tv_usec, 1000000) << t;
+    EXPECT_EQ(vtx_UNIXtoVTXtime64(&tv), t);
+  }
+  timeval tv = vtx_VTXtoUNIXtime64(-1);
+  EXPECT_EQ(tv.tv_sec, -1);
+  EXPECT_EQ(tv.tv_usec, 999000);
+  timeval odd{-1, 999999};  // -1 µs rounds down to -1 ms
+  EXPECT_EQ(vtx_UNIXtoVTXtime64(&odd), -1);
+  vtx_time_t in = 1500;
+  vtx_VTXtoUNIXtime(&in, &tv);
+  EXPECT_EQ(tv.tv_sec, 1);
+  EXPECT_EQ(tv.tv_usec, 500000);
+  EXPECT_EQ(vtx_UNIXtoVTXtime64(nullptr), 0);
+}
+
+TEST(VtxTest, TestClockReplacesBothClocks) {
+  vtx_SetTestClock(1234567, 99);
+  vtx_time_t out = 0;
+  uint32_t mono = 0;
+  EXPECT_EQ(vtx_UTCtime(&out), 1234567);
+  EXPECT_EQ(out, 1234567);
+  EXPECT_EQ(vtx_UTCtime64(), 1234567);
+  EXPECT_EQ(vtx_GetMonoTime(&mono), 99u);
+  EXPECT_EQ(mono, 99u);
+  vtx_ClearTestClock();
+  EXPECT_GT(vtx_UTCtime64(), 1600000000000LL);
+}
+
+TEST(VtxTest, ClockFileShiftsBothClocksAtEveryCall) {
+  TempStore dir;  // only for its temporary directory
+  std::string file = dir.dir() + "/clock";
+  ScopedEnv env("WSGATE_TEST_CLOCK", file);
+  vtx_SetTestClock(1000000, 10);
+  EXPECT_EQ(vtx_UTCtime64(), 1000000);  // no file yet: nothing added
+  std::ofstream(file) << "600\n";
+  EXPECT_EQ(vtx_UTCtime64(), 1600000);
+  EXPECT_EQ(vtx_GetMonoTime(nullptr), 610u);
+  std::ofstream(file) << "-20";
+  EXPECT_EQ(vtx_GetMonoTime(nullptr), 0u);  // never below zero
+  std::ofstream(file) << "garbage";
+  EXPECT_EQ(vtx_UTCtime64(), 1000000);
+  vtx_ClearTestClock();
+}
+
+TEST(VtxTest, LocalTimeFollowsTheZoneAndDaylightSaving) {
+  ScopedEnv tz("TZ", "EST5EDT,M3.2.0,M11.1.0");
+  tzset();
+  const char* const* names = vtx_GetLocalTimeZoneName();
+  EXPECT_STREQ(names[0], "EST");
+  EXPECT_STREQ(names[1], "EDT");
+  const vtx_time64_t july = 1720000000000LL;     // 2024-07-03
+  const vtx_time64_t january = 1705000000000LL;  // 2024-01-11
+  vtx_SetTestClock(july, 0);
+  EXPECT_TRUE(vtx_IsDaylightSavings());
+  EXPECT_EQ(vtx_Localtime64(), july - 4 * 3600 * 1000LL);
+  vtx_SetTestClock(january, 0);
+  EXPECT_FALSE(vtx_IsDaylightSavings());
+  EXPECT_EQ(vtx_Localtime64(), january - 5 * 3600 * 1000LL);
+  vtx_ClearTestClock();
+}
+
+}  // namespace
