@@ -87,9 +87,13 @@ std::string describe(sqlite3* db, int rc, const std::string& path, int timeout_m
              std::to_string(timeout_ms) + " ms)";
     case SQLITE_CORRUPT:
       return "the Data store " + path + " is damaged: " + sqlite3_errmsg(db);
-    default:
-      return "cannot open the Data store " + path + ": " +
-             (db != nullptr ? sqlite3_errmsg(db) : sqlite3_errstr(rc));
+    default: {
+      std::string text = "cannot open the Data store " + path + ": " +
+                         (db != nullptr ? sqlite3_errmsg(db) : sqlite3_errstr(rc));
+      int os_error = db != nullptr ? sqlite3_system_errno(db) : 0;
+      if (os_error != 0) text += std::string(" (") + std::strerror(os_error) + ")";
+      return text;
+    }
   }
 }
 

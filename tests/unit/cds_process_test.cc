@@ -1,0 +1,284 @@
+// The store shared between processes: visibility, durability across kill -9, and files
+// that are not (or not now) usable stores. Children are forked before any connection is
+// opened in the parent, because an SQLite connection must not cross a fork.
+#include <fcntl.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <functional>
+#include <sstream>
+
+#include "platform/cds.h"
+#include "store_fixture.h"
+
+namespace {
+
+using toolkit::CElement;
+using wsgate_test::ScopedEnv;
+using wsgate_test::StoreTest;
+
+// A pipe whose ends close with the object.
+class Pipe {
+ public:
+  Pipe() {
+    if (pipe2(fds_, O_CLOEXEC) != 0) ADD_FAILURE() << "pipe failed";
+  }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+  ~Pipe() {
+    closeRead();
+    closeWrite();
+  }
+  int readFd() const { return fds_[0]; }
+  int writeFd() const { return fds_[1]; }
+  void closeRead() { closeFd(fds_[0]); }
+  void closeWrite() { closeFd(fds_[1]); }
+  // Blocks until `n` bytes came or the writer closed; false on a short read.
+  bool readExactly(void* buf, size_t n) {
+    char* p = static_cast<char*>(buf);
+    while (n > 0) {
+      ssize_t got = read(fds_[0], p, n);
+      if (got < 0 && errno == EINTR) continue;
+      if (got <= 0) return false;
+      p += got;
+      n -= static_cast<size_t>(got);
+    }
+    return true;
+  }
+  bool writeAll(const void* buf, size_t n) { return write(fds_[1], buf, n) == ssize_t(n); }
+
+ private:
+  static void closeFd(int& fd) {
+    if (fd >= 0) close(fd);
+    fd = -1;
+  }
+  int fds_[2] = {-1, -1};
+};
+
+// A forked child running `body` (its result is the exit code). The destructor kills and
+// reaps a child that is still running, so a failed assertion leaves no process behind.
+class Child {
+ public:
+  explicit Child(const std::function<int()>& body) {
+    pid_ = fork();
+    if (pid_ == 0) _exit(body());
+    if (pid_ < 0) ADD_FAILURE() << "fork failed";
+  }
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+  ~Child() {
+    if (pid_ > 0) {
+      kill(pid_, SIGKILL);
+      wait();
+    }
+  }
+  void kill9() { kill(pid_, SIGKILL); }
+  // The exit code, or -signal when it was killed.
+  int wait() {
+    int status = 0;
+    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  }
+
+ private:
+  pid_t pid_ = -1;
+};
+
+class CdsProcessTest : public StoreTest {
+ protected:
+  CdsProcessTest() { open_in_setup = false; }
+
+  void openParent() {
+    ASSERT_NE(store.open(), nullptr) << pcd_last_error();
+    cds.set_handle(store.handle());
+  }
+  // Opens the store in a child that is about to exit; null when it cannot.
+  static pcd_handle_t openChild() { return pcd_init(0); }
+
+  static std::string fileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+  }
+};
+
+TEST_F(CdsProcessTest, AWriteOfOneProcessIsSeenByAnother) {
+  Pipe go, done;
+  Child child([&]() {
+    char byte;
+    if (!go.readExactly(&byte, 1)) return 1;
+    pcd_handle_t h = openChild();
+    if (h == nullptr) return 2;
+    toolkit::CCds c(h);
+    api_status_t st;
+    c.add_node("/Shared", st, "child");
+    c.set_leaf("/Shared/Value", CElement("from the child"), st, false, "child");
+    pcd_close(h);
+    return done.writeAll("x", 1) && st == API_STATUS_OK ? 0 : 3;
+  });
+  openParent();  // both connections are open while the child writes
+  api_status_t st;
+  ASSERT_EQ(cds.test_node("/Shared", st), 0);
+  EXPECT_EQ(st, API_STATUS_NO_NODE);
+  ASSERT_TRUE(go.writeAll("x", 1));
+  char byte;
+  ASSERT_TRUE(done.readExactly(&byte, 1));
+  CElement v;
+  element_property_t prop;
+  ASSERT_EQ(cds.get_leaf("/Shared/Value", st, v, prop), 0);
+  EXPECT_EQ(st, API_STATUS_OK);
+  EXPECT_EQ(v.to_string(), "from the child");
+  EXPECT_EQ(child.wait(), 0);
+}
+
+TEST_F(CdsProcessTest, EveryAcknowledgedWriteSurvivesKillNine) {
+  Pipe acks;
+  Child child([&]() {
+    acks.closeRead();
+    pcd_handle_t h = openChild();
+    if (h == nullptr) return 2;
+    toolkit::CCds c(h);
+    api_status_t st;
+    c.add_node("/Burst", st, "");
+    for (int32_t i = 0; i < 1000000; ++i) {
+      CElement v;
+      v.set_int(i);
+      if (c.set_leaf("/Burst/L" + std::to_string(i), v, st, false, "") != 0 ||
+          st != API_STATUS_OK) {
+        return 3;
+      }
+      if (!acks.writeAll(&i, sizeof i)) return 4;
+    }
+    return 5;  // never reached: the parent kills the burst long before
+  });
+  acks.closeWrite();
+  int32_t last = -1;
+  for (int32_t i; last < 1000 && acks.readExactly(&i, sizeof i);) last = i;
+  child.kill9();
+  // Acknowledgements already in the pipe count too.
+  for (int32_t i; acks.readExactly(&i, sizeof i);) last = i;
+  EXPECT_EQ(child.wait(), -SIGKILL);
+  ASSERT_GE(last, 1000);
+
+  openParent();
+  std::vector<std::string> paths;
+  for (int32_t i = 0; i <= last; ++i) paths.push_back("/Burst/L" + std::to_string(i));
+  std::vector<api_status_t> statuses;
+  std::vector<CElement> values;
+  std::vector<element_property_t> props;
+  ASSERT_EQ(cds.get_leaves(paths, statuses, values, props), 0);
+  for (int32_t i = 0; i <= last; ++i) {
+    ASSERT_EQ(statuses[i], API_STATUS_OK) << paths[i] << " was acknowledged";
+    ASSERT_EQ(values[i].to_int(), i);
+  }
+}
+
+TEST_F(CdsProcessTest, FilesThatAreNotStoresAreRefusedUnchanged) {
+  const std::string garbage(4096, 'x');
+  std::ofstream(store.path(), std::ios::binary) << garbage;
+  EXPECT_EQ(store.open(), nullptr);
+  EXPECT_NE(std::string(pcd_last_error()).find("not an SQLite database"), std::string::npos)
+      << pcd_last_error();
+  EXPECT_EQ(fileBytes(store.path()), garbage);
+
+  unlink(store.path().c_str());
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(store.path().c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE theirs(x)", nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(db);
+  const std::string foreign = fileBytes(store.path());
+  EXPECT_EQ(store.open(), nullptr);
+  EXPECT_NE(std::string(pcd_last_error()).find("not a Data store"), std::string::npos)
+      << pcd_last_error();
+  EXPECT_EQ(fileBytes(store.path()), foreign);
+
+  ScopedEnv dir_as_store("CDS_PATH", store.dir());
+  EXPECT_EQ(store.open(), nullptr);
+  EXPECT_NE(std::string(pcd_last_error()).find(store.dir()), std::string::npos) << pcd_last_error();
+  ScopedEnv missing_dir("CDS_PATH", store.dir() + "/no/such/dir/cds.db");
+  EXPECT_EQ(store.open(), nullptr);
+  EXPECT_NE(std::string(pcd_last_error()).find("cannot open"), std::string::npos)
+      << pcd_last_error();
+}
+
+TEST_F(CdsProcessTest, ANewerSchemaIsRefused) {
+  openParent();
+  store.close();
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(store.path().c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "PRAGMA user_version = 99", nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(db);
+  EXPECT_EQ(store.open(), nullptr);
+  EXPECT_NE(std::string(pcd_last_error()).find("schema version 99"), std::string::npos)
+      << pcd_last_error();
+}
+
+TEST_F(CdsProcessTest, AnUnreadableFileIsRefused) {
+  openParent();
+  store.close();
+  ASSERT_EQ(chmod(store.dir().c_str(), 0755), 0);
+  ASSERT_EQ(chmod(store.path().c_str(), 0), 0);
+  Pipe report;
+  // Root reads any file, so the attempt runs as an unprivileged user when needed.
+  Child child([&]() {
+    if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) return 2;
+    if (pcd_init(0) != nullptr) return 1;
+    std::string error = pcd_last_error();
+    report.writeAll(error.data(), error.size());
+    return 0;
+  });
+  report.closeWrite();
+  std::string error;
+  for (char ch; report.readExactly(&ch, 1);) error += ch;
+  EXPECT_EQ(child.wait(), 0);
+  EXPECT_NE(error.find(store.path()), std::string::npos) << error;
+  chmod(store.path().c_str(), 0600);
+}
+
+TEST_F(CdsProcessTest, AStoreLockedBeyondTheTimeOutIsRefusedThenUsable) {
+  openParent();
+  api_status_t st;
+  ASSERT_EQ(cds.add_node("/Kept", st, ""), 0);
+  store.close();
+  cds.set_handle(nullptr);
+
+  Pipe locked, release;
+  Child child([&]() {
+    sqlite3* db = nullptr;
+    if (sqlite3_open(store.path().c_str(), &db) != SQLITE_OK) return 2;
+    // Exclusive locking mode keeps even readers out of a WAL database.
+    if (sqlite3_exec(db,
+                     "PRAGMA locking_mode = EXCLUSIVE; BEGIN EXCLUSIVE; "
+                     "UPDATE meta SET value = value WHERE 0",
+                     nullptr, nullptr, nullptr) != SQLITE_OK) {
+      return 3;
+    }
+    locked.writeAll("x", 1);
+    char byte;
+    release.readExactly(&byte, 1);
+    sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
+    sqlite3_close(db);
+    return 0;
+  });
+  char byte;
+  ASSERT_TRUE(locked.readExactly(&byte, 1));
+  {
+    ScopedEnv timeout("CDS_BUSY_TIMEOUT_MS", "100");
+    EXPECT_EQ(store.open(), nullptr);
+    EXPECT_NE(std::string(pcd_last_error()).find("locked"), std::string::npos) << pcd_last_error();
+  }
+  ASSERT_TRUE(release.writeAll("x", 1));
+  EXPECT_EQ(child.wait(), 0);
+  openParent();
+  ASSERT_EQ(cds.test_node("/Kept", st), 0);
+  EXPECT_EQ(st, API_STATUS_OK);
+}
+
+}  // namespace
