@@ -16,8 +16,10 @@ bool storeIsEmpty(Context& ctx) {
   std::vector<std::string> children;
   std::vector<toolkit::leaf_record_t> leaves;
   api_status_t status = API_STATUS_UNKNOWN;
-  checkStatus(ctx.cds.list_children("/", children, status), status, "/");
-  checkStatus(ctx.cds.list_leaves("/", leaves, status), status, "/");
+  int result = ctx.cds.list_children("/", children, status);
+  checkStatus(result, status, "/");
+  result = ctx.cds.list_leaves("/", leaves, status);
+  checkStatus(result, status, "/");
   return children.empty() && leaves.empty();
 }
 

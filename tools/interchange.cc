@@ -188,10 +188,12 @@ std::string documentJson(const Document& doc) {
 
 void collectSubtree(toolkit::CCds& cds, const std::string& node, Document& doc) {
   api_status_t status = API_STATUS_UNKNOWN;
-  checkStatus(cds.list_subtree(node, doc.nodes, status), status, node);
+  int result = cds.list_subtree(node, doc.nodes, status);
+  checkStatus(result, status, node);
   for (const std::string& path : doc.nodes) {
     std::vector<toolkit::leaf_record_t> records;
-    checkStatus(cds.list_leaves(path, records, status), status, path);
+    result = cds.list_leaves(path, records, status);
+    checkStatus(result, status, path);
     for (const auto& record : records) {
       if (record.prop.storage == STORAGE_AUTOMATIC) continue;  // computed on read
       doc.leaves.push_back({joinPath(path, record.name), record.value, record.prop.storage});

@@ -92,7 +92,10 @@ int runCommand(const Command& command, const ParsedArgs& args, const std::string
   if (!db.empty()) setenv("CDS_PATH", db.c_str(), 1);
   pcd_handle_t handle = pcd_init(0);
   if (handle == nullptr) {
-    std::cerr << errorText(storeName(db), std::string("cannot open the store: ") + pcd_last_error())
+    // The platform's text names the file and the reason.
+    std::string reason = pcd_last_error();
+    std::cerr << (reason.empty() ? errorText(storeName(db), "cannot open the store")
+                                 : errorText("", reason))
               << "\n";
     return kExitNoStore;
   }
@@ -102,8 +105,8 @@ int runCommand(const Command& command, const ParsedArgs& args, const std::string
   try {
     exit_code = command.run(ctx, args);
   } catch (const UsageError& e) {
-    exit_code = usageError(std::string(" ") + command.name, e.what(),
-                           e.show_usage() ? &command : nullptr, true);
+    exit_code =
+        usageError(std::string(" ") + command.name, e.what(), e.show_usage() ? &command : nullptr);
   } catch (const OperationError& e) {
     std::cerr << e.what() << "\n";
   } catch (const std::exception& e) {

@@ -62,7 +62,8 @@ void printSubtree(Context& ctx, const std::string& node, int depth, bool values)
 int runTree(Context& ctx, const ParsedArgs& args) {
   const std::string& node = args.positional[0];
   api_status_t status = API_STATUS_UNKNOWN;
-  checkStatus(ctx.cds.test_node(node, status), status, node);
+  int result = ctx.cds.test_node(node, status);
+  checkStatus(result, status, node);
   ctx.out << node << "\n";
   printSubtree(ctx, node, 1, args.has("--values"));
   return kExitOk;
@@ -71,7 +72,8 @@ int runTree(Context& ctx, const ParsedArgs& args) {
 int runMkdir(Context& ctx, const ParsedArgs& args) {
   for (const std::string& node : args.positional) {
     api_status_t status = API_STATUS_UNKNOWN;
-    checkStatus(ctx.cds.add_node(node, status, ctx.source), status, node);
+    int result = ctx.cds.add_node(node, status, ctx.source);
+    checkStatus(result, status, node);
   }
   return kExitOk;
 }
@@ -83,7 +85,8 @@ bool removeNodeOrLeaf(Context& ctx, const std::string& text) {
   int result = ctx.cds.test_node(text, status);
   if (result == 0 && status == API_STATUS_OK) {
     if (text == "/") throw OperationError(errorText(text, "the root node cannot be removed"));
-    checkStatus(ctx.cds.remove_node(text, status, false, ctx.source), status, text);
+    result = ctx.cds.remove_node(text, status, false, ctx.source);
+    checkStatus(result, status, text);
     return true;
   }
   // Not a node: a leaf path, possibly written "NODE:ATTR".

@@ -1,0 +1,442 @@
+"""End-to-end tests of the `cds` command-line tool: the real binary on a temporary store."""
+
+import json
+import os
+import re
+import stat
+import subprocess
+import tempfile
+import unittest
+
+BIN_DIR = os.environ.get("WSGATE_BIN_DIR", "")
+SOURCE_DIR = os.environ.get("WSGATE_SOURCE_DIR", "")
+CDS = os.path.join(BIN_DIR, "cds")
+
+TYPES = ["Boolean", "Integer", "Unsigned", "Real", "Integer64", "String", "Unsigned64", "timeval"]
+COMMANDS = ["get", "set", "ls", "tree", "mkdir", "rm", "import", "export", "rights", "events",
+            "syslog", "demo"]
+
+
+class CdsTestCase(unittest.TestCase):
+    """Each test gets its own directory and store; the tool runs with USER=tester."""
+
+    def setUp(self):
+        if not os.access(CDS, os.X_OK):
+            self.fail("no cds binary at %r (set WSGATE_BIN_DIR)" % CDS)
+        tmp = tempfile.TemporaryDirectory(prefix="cds_tool_")
+        self.addCleanup(tmp.cleanup)
+        self.dir = tmp.name
+        self.db = os.path.join(self.dir, "cds.db")
+        self.env = {k: v for k, v in os.environ.items() if k not in ("REMOTE_USER", "CDS_PATH")}
+        self.env.update(CDS_PATH=self.db, USER="tester")
+
+    def cds(self, *args, stdin=None, env=None):
+        result = subprocess.run([CDS, *args], input=stdin, capture_output=True, text=True,
+                                env=env or self.env, cwd=self.dir, timeout=60)
+        self.assertGreaterEqual(result.returncode, 0, "cds %s crashed: %s" % (args, result.stderr))
+        return result
+
+    def ok(self, *args, **kwargs):
+        result = self.cds(*args, **kwargs)
+        self.assertEqual(result.returncode, 0, "cds %s: %s" % (" ".join(args), result.stderr))
+        return result.stdout
+
+    def fails(self, code, *args, **kwargs):
+        """Runs cds expecting exit `code`; returns the first line of stderr."""
+        result = self.cds(*args, **kwargs)
+        self.assertEqual(result.returncode, code,
+                         "cds %s: out %r err %r" % (" ".join(args), result.stdout, result.stderr))
+        lines = result.stderr.splitlines()
+        self.assertTrue(lines and lines[0].startswith("cds"), result.stderr)
+        if code == 1:
+            self.assertEqual(len(lines), 1, "one line per failed item: %r" % result.stderr)
+        return lines[0]
+
+    def get(self, *paths):
+        return self.ok("get", *paths).splitlines()
+
+    def value(self, path):
+        [text] = self.get(path)
+        return text
+
+    def long_form(self, path):
+        fields = {}
+        for line in self.ok("get", "-l", path).splitlines():
+            key, _, rest = line.partition(":")
+            fields[key] = rest.strip()
+        return fields
+
+    def export(self, path="/"):
+        return json.loads(self.ok("export", path))
+
+
+class LeafTest(CdsTestCase):
+    def test_every_type_round_trips_with_its_type_name(self):
+        cases = [("Boolean", "TRUE", "true"), ("Integer", "-2147483648", "-2147483648"),
+                 ("Unsigned", "4294967295", "4294967295"), ("Real", "1.5", "1.5"),
+                 ("Integer64", "-9223372036854775808", "-9223372036854775808"),
+                 ("String", "two words; ü", "two words; ü"),
+                 ("Unsigned64", "18446744073709551615", "18446744073709551615"),
+                 ("timeval", "1700000000123", "1700000000123")]
+        self.ok("mkdir", "/Dev/P")
+        for type_name, text, expected in cases:
+            with self.subTest(type=type_name):
+                path = "/Dev/P/" + type_name
+                # Type names are case-insensitive; negative values are not options.
+                self.ok("set", path, type_name.upper(), text)
+                self.assertEqual(self.value(path), expected)
+                self.assertEqual(self.value(path + ".AttribType"), type_name)
+
+    def test_node_paths_attributes_and_sub_attributes(self):
+        self.ok("mkdir", "/Dev/Temp")
+        self.ok("set", "/Dev/Temp", "Real", "-21.25")  # a node path writes its Value
+        self.ok("set", "/Dev/Temp:Units", "String", "degC")
+        self.assertEqual(self.get("/Dev/Temp", "/Dev/Temp/Value", "/Dev/Temp:Units"),
+                         ["-21.25", "-21.25", "degC"])
+        self.assertEqual(self.value("/Dev/Temp.Source"), "Normal")
+        self.assertEqual(self.value("/Dev/Temp/Value.AttribType"), "Real")
+        long = self.long_form("/Dev/Temp")
+        self.assertEqual(self.value("/Dev/Temp/Value.Time"), re.search(r"\((\d+)\)", long["time"])[1])
+        self.ok("set", "/Dev/Temp/Value", "Real", "3", "--persist")
+        self.assertEqual(self.value("/Dev/Temp.Source"), "Persistent")
+        self.assertIn("unknown sub-attribute .Foo", self.fails(1, "get", "/Dev/Temp/Value.Foo"))
+
+    def test_long_form_names_the_last_writer(self):
+        self.ok("mkdir", "/Dev")
+        self.ok("set", "/Dev/Name", "String", "pump")
+        long = self.long_form("/Dev/Name")
+        self.assertEqual(long["path"], "/Dev/Name")
+        self.assertEqual(long["type"], "String")
+        self.assertEqual(long["value"], "pump")
+        self.assertEqual(long["storage"], "Normal")
+        self.assertEqual(long["source"], "cds:tester@local")
+        self.assertRegex(long["time"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \(\d+\)$")
+        self.ok("set", "/Dev/Name", "String", "fan", env=dict(self.env, USER="alice"))
+        self.assertEqual(self.long_form("/Dev/Name")["source"], "cds:alice@local")
+
+    def test_bad_input_is_refused_and_changes_nothing(self):
+        self.ok("mkdir", "/Dev")
+        self.ok("set", "/Dev/X", "Integer", "7")
+        self.assertIn('unknown type "Reel"', self.fails(2, "set", "/Dev/X", "Reel", "1"))
+        # A bad value is one line naming the path, without a usage text.
+        self.assertEqual(self.cds("set", "/Dev/X", "Real", "abc").stderr,
+                         'cds set: /Dev/X: "abc" is not a valid Real\n')
+        self.assertIn("not a valid Integer", self.fails(2, "set", "/Dev/X", "Integer", "1.5"))
+        self.assertIn("not a valid Unsigned", self.fails(2, "set", "/Dev/X", "Unsigned", "-1"))
+        self.assertEqual(self.fails(1, "set", "/Nope/X", "Integer", "1"), "cds: /Nope: no such node")
+        self.assertEqual(self.fails(1, "get", "/Dev/Y"), "cds: /Dev/Y: no such leaf")
+        self.assertEqual(self.fails(1, "get", "/Nope/Value"), "cds: /Nope: no such node")
+        self.assertIn("malformed path", self.fails(1, "get", "Dev/X"))
+        self.assertIn("not writable", self.fails(1, "set", "/Dev/X.Time", "Integer", "1"))
+        self.assertEqual(self.value("/Dev/X"), "7")
+
+    def test_get_reports_each_failed_path_and_prints_the_others(self):
+        self.ok("mkdir", "/Dev")
+        self.ok("set", "/Dev/A", "String", "a")
+        self.ok("set", "/Dev/B", "String", "b")
+        result = self.cds("get", "/Dev/A", "/Dev/Missing", "/Dev/B")
+        self.assertEqual(result.returncode, 1)
+        self.assertEqual(result.stdout.splitlines(), ["a", "b"])
+        self.assertEqual(result.stderr.splitlines(), ["cds: /Dev/Missing: no such leaf"])
+
+
+class UsageTest(CdsTestCase):
+    def test_help_texts(self):
+        text = self.ok("--help")
+        for command in COMMANDS:
+            self.assertRegex(text, r"(?m)^  %s\b" % command)
+        self.assertIn("3  the store could not be opened", text)
+        for command in COMMANDS:
+            with self.subTest(command=command):
+                self.assertTrue(self.ok(command, "--help").startswith("Usage: cds " + command))
+        self.assertFalse(os.path.exists(self.db), "help must not open the store")
+
+    def test_usage_errors_exit_2_with_a_usage_line(self):
+        for args in [(), ("frobnicate",), ("get",), ("set", "/A", "Real"),
+                     ("set", "/A", "Real", "1", "2"), ("get", "-x", "/A"), ("ls", "/A", "/B"),
+                     ("events", "--max"), ("events", "--max", "many"), ("rights", "grant", "u"),
+                     ("rights", "grant", "u", "/", "rq"), ("rights", "frob"), ("--db",),
+                     ("--bogus", "get", "/A")]:
+            with self.subTest(args=args):
+                result = self.cds(*args)
+                self.assertEqual(result.returncode, 2, result.stderr)
+                self.assertTrue(result.stderr.startswith("cds"), result.stderr)
+                self.assertIn("\nusage: cds ", result.stderr)
+                self.assertEqual(result.stdout, "")
+
+
+class SharedStoreTest(CdsTestCase):
+    def test_processes_share_the_store(self):
+        self.ok("mkdir", "/Shared")
+        # Writers in parallel: each waits for the others' transactions instead of failing.
+        writers = [subprocess.Popen([CDS, "set", "/Shared/L%d" % i, "Integer", str(i * 10)],
+                                    env=self.env, cwd=self.dir, stdout=subprocess.PIPE,
+                                    stderr=subprocess.PIPE, text=True) for i in range(8)]
+        for writer in writers:
+            out, err = writer.communicate(timeout=60)
+            self.assertEqual(writer.returncode, 0, err)
+        self.assertEqual(self.get(*["/Shared/L%d" % i for i in range(8)]),
+                         [str(i * 10) for i in range(8)])
+
+    def test_default_store_and_db_option(self):
+        env = dict(self.env)
+        del env["CDS_PATH"]
+        self.ok("mkdir", "/InDefault", env=env)  # ./cds.db in the working directory
+        self.ok("ls", "/InDefault")
+        other = os.path.join(self.dir, "other.db")
+        self.ok("--db", other, "mkdir", "/InOther")
+        self.ok("--db=" + other, "ls", "/InOther")
+        self.fails(1, "ls", "/InOther")
+
+
+class NodeTest(CdsTestCase):
+    def setUp(self):
+        super().setUp()
+        self.ok("mkdir", "/Plant/Pump1", "/Plant/Pump2/Motor")
+        self.ok("set", "/Plant/Pump1/Value", "Real", "2.5")
+        self.ok("set", "/Plant/Pump1/Units", "String", "bar")
+        self.ok("set", "/Plant/Name", "String", "North")
+
+    def test_ls_and_tree(self):
+        lines = self.ok("ls", "/Plant").splitlines()
+        self.assertEqual(lines[:2], ["Pump1/", "Pump2/"])
+        self.assertEqual(lines[2].split(), ["Name", "String", "North"])
+        self.assertEqual(self.ok("tree", "/Plant").splitlines(),
+                         ["/Plant", "  Name", "  Pump1/", "    Units", "    Value", "  Pump2/",
+                          "    Motor/"])
+        self.assertIn("    Value = 2.5 (Real)", self.ok("tree", "/Plant", "--values").splitlines())
+        self.assertEqual(self.fails(1, "ls", "/Nope"), "cds: /Nope: no such node")
+
+    def test_rm_node_and_leaf(self):
+        self.ok("rm", "/Plant/Pump2")
+        self.fails(1, "ls", "/Plant/Pump2/Motor")
+        self.ok("rm", "/Plant/Pump1:Units")
+        self.ok("rm", "/Plant/Name")
+        self.assertEqual(self.ok("tree", "/Plant").splitlines(),
+                         ["/Plant", "  Pump1/", "    Value"])
+        self.assertEqual(self.fails(1, "rm", "/Plant/Name"), "cds: /Plant/Name: no such node or leaf")
+        self.ok("rm", "-f", "/Plant/Name", "/Nope/Deeper")
+        self.assertIn("root", self.fails(1, "rm", "/"))
+
+
+class InterchangeTest(CdsTestCase):
+    DOC = {
+        "nodes": ["/Site/Empty"],
+        "leaves": [
+            {"path": "/Site/Temp/Value", "type": "Real", "value": "21.5", "storage": "Persistent",
+             "time": 1700000000123},
+            {"path": "/Site/Temp/Units", "type": "String", "value": "°C"},
+            {"path": "/Site/Count/Value", "type": "unsigned64", "value": 18446744073709551615},
+            {"path": "/Site/On/Value", "type": "Boolean", "value": True},
+            {"path": "/Site/Since/Value", "type": "timeval", "value": "-1000", "time": -5},
+        ],
+        "rights": [{"user": "op", "prefix": "/Site", "rights": "rw"},
+                   {"user": "op", "prefix": "/Sites", "rights": "r"},
+                   {"user": "*", "prefix": "/", "rights": "r"}],
+    }
+
+    def import_doc(self, doc, code=0):
+        result = self.cds("import", "-", stdin=json.dumps(doc))
+        self.assertEqual(result.returncode, code, result.stderr)
+        return result.stderr.strip()
+
+    def test_import_then_export_round_trips(self):
+        self.import_doc(self.DOC)
+        self.assertEqual(self.long_form("/Site/Temp")["storage"], "Persistent")
+        self.assertEqual(self.get("/Site/Temp.Time", "/Site/Count", "/Site/On", "/Site/Since.Time"),
+                         ["1700000000123", "18446744073709551615", "true", "-5"])
+        first = self.export("/Site")
+        self.assertEqual(first["nodes"], ["/Site", "/Site/Count", "/Site/Empty", "/Site/On",
+                                          "/Site/Since", "/Site/Temp"])
+        # Rights inside the subtree only: "/Sites" is not below "/Site".
+        self.assertEqual(first["rights"], [{"user": "op", "prefix": "/Site", "rights": "rw"}])
+        temp = [leaf for leaf in first["leaves"] if leaf["path"] == "/Site/Temp/Value"]
+        self.assertEqual(temp, [{"path": "/Site/Temp/Value", "type": "Real", "value": "21.5",
+                                 "storage": "Persistent", "time": 1700000000123}])
+        # Into a fresh store through a file, and out again: the same document.
+        exported = os.path.join(self.dir, "site.json")
+        self.ok("export", "/Site", exported)
+        fresh = dict(self.env, CDS_PATH=os.path.join(self.dir, "fresh.db"))
+        self.ok("import", exported, env=fresh)
+        self.assertEqual(json.loads(self.ok("export", "/Site", env=fresh)), first)
+
+    def test_a_bad_item_changes_nothing(self):
+        self.import_doc({"leaves": [{"path": "/Keep/Value", "type": "Integer", "value": "1"}]})
+        before = self.export()
+        bad_docs = [
+            ({"leaves": [{"path": "/New/A", "type": "Real", "value": "1"},
+                         {"path": "/New/B", "type": "Real", "value": "abc"}]},
+             'leaves[1] (/New/B): "abc" is not a valid Real'),
+            ({"leaves": [{"path": "/New/A", "type": "Reel", "value": "1"}]}, 'unknown type "Reel"'),
+            ({"leaves": [{"type": "Real", "value": "1"}]}, 'leaves[0]: missing "path"'),
+            ({"nodes": ["/New"], "rights": [{"user": "u", "prefix": "/", "rights": "rz"}]},
+             "rights[0]"),
+            ({"nodes": ["/New"], "extra": 1}, 'unknown key "extra"'),
+            # Only the store can tell this one: the whole transaction is rolled back.
+            ({"nodes": ["/New"], "leaves": [{"path": "/Keep/Value", "type": "Integer", "value": "2"},
+                                            {"path": "/New/Children", "type": "String",
+                                             "value": "x"}]}, "/New/Children"),
+        ]
+        for doc, message in bad_docs:
+            with self.subTest(message=message):
+                self.assertIn(message, self.import_doc(doc, code=1))
+                self.assertEqual(self.export(), before)
+        result = self.cds("import", "-", stdin='{"nodes": [')
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("cds: stdin: ", result.stderr)
+        self.assertIn("no such file", self.fails(1, "import", os.path.join(self.dir, "none.json")).lower())
+        self.assertEqual(self.export(), before)
+
+
+class RightsTest(CdsTestCase):
+    def rules(self):
+        lines = self.ok("rights", "list").splitlines()
+        self.assertEqual(lines[0].split(), ["USER", "PREFIX", "RIGHTS"])
+        return [tuple(line.split()) for line in lines[1:]]
+
+    def test_grant_list_revoke(self):
+        self.assertEqual(self.rules(), [])
+        self.ok("rights", "grant", "operator", "/", "rw")
+        self.ok("rights", "grant", "*", "/", "r")
+        self.ok("rights", "grant", "guest", "/Software", "-")
+        self.ok("rights", "grant", "operator", "/", "rwdx")  # replaces the rule
+        self.assertEqual(self.rules(), [("*", "/", "r"), ("guest", "/Software", "-"),
+                                        ("operator", "/", "rwdx")])
+        self.assertEqual(self.export()["rights"][-1],
+                         {"user": "operator", "prefix": "/", "rights": "rwdx"})
+        self.ok("rights", "revoke", "guest", "/Software")
+        self.assertIn("no rule for user guest", self.fails(1, "rights", "revoke", "guest", "/Software"))
+        self.assertEqual(self.rules(), [("*", "/", "r"), ("operator", "/", "rwdx")])
+
+
+class LogListingTest(CdsTestCase):
+    def test_empty_queues_list_nothing(self):
+        self.assertEqual(self.ok("events"), "")
+        self.assertEqual(self.ok("syslog", "--max", "5"), "")
+
+
+class DemoTest(CdsTestCase):
+    def setUp(self):
+        super().setUp()
+        self.ok("demo")
+
+    def test_devices(self):
+        for device, name in [("/", "Demo Gateway"), ("/Meter1", "Main Meter"),
+                             ("/Meter10", "Feeder Meter 10"), ("/Meter1/Submeter", "Lighting Submeter"),
+                             ("/AHU1", "Air Handler 1")]:
+            with self.subTest(device=device):
+                prefix = "" if device == "/" else device
+                node_type, display, _, count = self.get(
+                    prefix + "/NodeType", prefix + "/DisplayName", prefix + "/.Quality",
+                    prefix + "/sDevChangeCount/Value")
+                self.assertEqual((node_type, display), ("Device", name))
+                self.assertRegex(count, r"^\d+$")
+        self.assertEqual(self.get("/.Quality", "/Meter10/.Quality"), ["192", "0"])
+
+    def test_points_with_texts_and_types(self):
+        self.assertEqual(self.get("-t", "/Meter1/Breaker", "/Meter1/Mode", "/Meter1/Status",
+                                  "/AHU1/Fan", "/Meter1/Submeter/Online", "/Meter10/Online"),
+                         ["Closed", "Auto", "Warning", "Off", "true", "false"])
+        self.assertEqual(self.get("/Meter1/Breaker", "/Meter1/Mode", "/Meter1/Status"),
+                         ["true", "1", "4"])
+        self.assertEqual(self.long_form("/Meter1/Mode")["text"], "Auto")
+        self.assertEqual(self.get("/Meter1/Mode:PossibleValues", "/Meter1/Status:WritableValues",
+                                  "/Meter1/Breaker:PossibleValues"),
+                         ["Off;Auto;Manual", "0=Normal;4=Warning;8=Fault", "Open;Closed"])
+        self.assertEqual(self.get("/Meter1/Voltage/.HiCriticalLimit.AttribType",
+                                  "/Meter1/Voltage/.AlarmEnabled", "/AHU1/SupplyTemp/.Hysteresis"),
+                         ["Real", "true", "0.5"])
+        types = set()
+        for leaf in self.export()["leaves"]:
+            if leaf["path"].endswith("/ValueType"):
+                types.add(leaf["value"])
+        self.assertEqual(types, set(TYPES))
+
+    def test_points_match_the_documentation(self):
+        rows = 0
+        with open(os.path.join(SOURCE_DIR, "docs", "demo.md"), encoding="utf-8") as doc:
+            in_points = False
+            for line in doc:
+                if line.startswith("#"):
+                    in_points = line.strip() == "## Points"
+                cells = [cell.strip() for cell in line.strip().strip("|").split("|")]
+                if not in_points or not cells[0].startswith("`/"):
+                    continue
+                path, type_name, value, writable = cells[0].strip("`"), cells[1], cells[2], cells[3]
+                with self.subTest(point=path):
+                    self.assertEqual(self.get(path, path + ".AttribType", path + ":Writable"),
+                                     [value, type_name, "true" if writable == "W" else "false"])
+                rows += 1
+        self.assertGreater(rows, 20)
+
+    def test_alarms_commands_publisher_and_rights(self):
+        self.assertEqual(self.value("/Alarms:Children"), "1001;1002;1003;4294967297;AlarmCount")
+        self.assertEqual(self.get("/Alarms/1002/SourcePath", "/Alarms/1002/AlarmLevel",
+                                  "/Alarms/1002/SequenceID.Time", "/Alarms/1002/.AutoClosing"),
+                         ["/AHU1/SupplyTemp", "3", "1700000060000", "true"])
+        self.assertEqual(self.fails(1, "get", "/Alarms/1003/.BasePriority"),
+                         "cds: /Alarms/1003/.BasePriority: no such leaf")
+        self.assertEqual(self.value("/Software/Commands:Children"),
+                         "AHU1;Meter1;Meter1.Submeter;nextCommandID")
+        self.assertEqual(self.get("/Software/Commands/nextCommandID.AttribType",
+                                  "/Software/Commands/Meter1/WsdlVersion.AttribType",
+                                  "/Software/Commands/Meter1/inpQueue/maxCount",
+                                  "/Software/Commands/Meter1/cmdList/cmdBasic/relay:Children",
+                                  "/Software/Commands/Meter1:Children"),
+                         ["Integer", "Unsigned", "2", "close;open", "WsdlVersion;cmdList;inpQueue;outQueue"])
+        self.assertEqual(self.value("/Software/Data Servers/WS-Publisher:Children"),
+                         "SubUpdateCount;Subscriptions")
+        self.assertEqual(sorted(self.export()["rights"], key=lambda r: r["user"]),
+                         [{"user": "*", "prefix": "/", "rights": "r"},
+                          {"user": "admin", "prefix": "/", "rights": "rwdx"},
+                          {"user": "operator", "prefix": "/", "rights": "rw"}])
+
+    def test_refuses_a_non_empty_store_and_force_rebuilds(self):
+        self.assertIn("--force", self.fails(1, "demo"))
+        other = dict(self.env, CDS_PATH=os.path.join(self.dir, "other.db"))
+        self.ok("mkdir", "/Mine", env=other)
+        self.assertIn("not empty", self.fails(1, "demo", env=other))
+        self.ok("demo", "--force", env=other)
+        self.ok("ls", "/Mine", env=other)  # not the demo's: kept
+        before = self.export()
+        self.ok("set", "/Meter1/Voltage", "Real", "1")
+        self.ok("set", "/Meter1/Voltage/Extra", "String", "x")
+        self.ok("mkdir", "/Other")
+        self.ok("demo", "--force")
+        self.assertEqual(self.value("/Meter1/Voltage"), "230.4")
+        self.fails(1, "get", "/Meter1/Voltage/Extra")
+        after = self.export()
+        self.assertEqual(after["nodes"], sorted(before["nodes"] + ["/Other"]))
+        self.assertEqual([(l["path"], l["value"]) for l in after["leaves"]],
+                         [(l["path"], l["value"]) for l in before["leaves"]])
+
+
+class StoreOpenTest(CdsTestCase):
+    def assert_cannot_open(self, store):
+        env = dict(self.env, CDS_PATH=store)
+        for args in [("get", "/A"), ("demo",), ("rights", "list")]:
+            line = self.fails(3, *args, env=env)
+            self.assertTrue(line.startswith("cds: "), line)
+            self.assertIn(store, line)
+
+    def test_not_a_database(self):
+        garbage = os.path.join(self.dir, "garbage.db")
+        content = b"this is not a database\n" * 200
+        with open(garbage, "wb") as f:
+            f.write(content)
+        self.assert_cannot_open(garbage)
+        with open(garbage, "rb") as f:
+            self.assertEqual(f.read(), content, "a foreign file must be left as it was")
+
+    def test_unreachable_or_unreadable(self):
+        self.assert_cannot_open(os.path.join(self.dir, "no", "such", "dir", "cds.db"))
+        self.assert_cannot_open(self.dir)  # a directory
+        if os.geteuid() != 0:  # root reads any file
+            self.ok("mkdir", "/A")
+            os.chmod(self.db, 0)
+            self.addCleanup(os.chmod, self.db, stat.S_IRUSR | stat.S_IWUSR)
+            self.assert_cannot_open(self.db)
+
+
+if __name__ == "__main__":
+    unittest.main()
