@@ -6,8 +6,10 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <iostream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -44,6 +46,7 @@ void printToolHelp(std::ostream& out) {
   out << "\nOptions:\n"
          "  --db FILE  the store file (default: $CDS_PATH, else ./cds.db)\n"
          "  --help     this text; `cds COMMAND --help` describes one command\n\n"
+         "Writes carry the source text \"cds:USER@local\" (USER from the environment).\n\n"
          "Exit status:\n"
          "  0  success\n"
          "  1  the operation failed (missing node or leaf, refused write)\n"
@@ -146,7 +149,8 @@ int toolMain(const std::vector<std::string>& argv) {
     return usageError("", "unknown command \"" + argv[i] + "\"", nullptr, true);
   ParsedArgs args;
   try {
-    args = parseArgs(*command, std::vector<std::string>(argv.begin() + i + 1, argv.end()));
+    auto rest = std::next(argv.begin(), static_cast<std::ptrdiff_t>(i + 1));
+    args = parseArgs(*command, std::vector<std::string>(rest, argv.end()));
   } catch (const UsageError& e) {
     return usageError(std::string(" ") + command->name, e.what(), command);
   }

@@ -44,7 +44,7 @@ int runLs(Context& ctx, const ParsedArgs& args) {
   return kExitOk;
 }
 
-void printSubtree(Context& ctx, const std::string& node, int depth, bool values) {
+void printSubtree(Context& ctx, const std::string& node, size_t depth, bool values) {
   std::string indent(2 * depth, ' ');
   for (const auto& leaf : leaves(ctx, node)) {
     ctx.out << indent << leaf.name;

@@ -391,6 +391,12 @@ class DemoTest(CdsTestCase):
                           {"user": "admin", "prefix": "/", "rights": "rwdx"},
                           {"user": "operator", "prefix": "/", "rights": "rw"}])
 
+    def test_whole_store_round_trips_through_export(self):
+        first = self.ok("export", "/")
+        fresh = dict(self.env, CDS_PATH=os.path.join(self.dir, "fresh.db"))
+        self.ok("import", "-", stdin=first, env=fresh)
+        self.assertEqual(self.ok("export", "/", env=fresh), first)
+
     def test_refuses_a_non_empty_store_and_force_rebuilds(self):
         self.assertIn("--force", self.fails(1, "demo"))
         other = dict(self.env, CDS_PATH=os.path.join(self.dir, "other.db"))
