@@ -1,0 +1,175 @@
+#include "values/value_read.h"
+
+#include <cinttypes>
+#include <cstdio>
+
+#include "platform/multistate.h"
+#include "platform/vtx.h"
+#include "service/errors.h"
+
+namespace {
+
+const char* const kStorageNames[] = {"Normal", "Persistent", "Automatic", "MPL"};
+constexpr const char* kAccessFailed = "CDS access failed";
+
+bool startsWith(const std::string& text, const char* prefix) {
+  return text.compare(0, std::char_traits<char>::length(prefix), prefix) == 0;
+}
+
+// Metadata of a leaf (any suffix) is readable without the right to read its value.
+bool readRefused(const CPath& path) {
+  return !path.hasSubAttribute() && !path.is_read_authorized();
+}
+
+// Replaces the plain text of a multistate or boolean Value by its state text.
+void applyStateText(toolkit::CCds& cds, const toolkit::CElement& value, const CPath& path,
+                    const RequestOptions& options, std::string& text, bool& multistate) {
+  const data_type_t type = value.get_type();
+  CCds_Multistate states(cds);
+  const std::string node = path.getNodePath();
+  if (type == DATA_TYPE_INT || type == DATA_TYPE_UINT) {
+    std::string key;
+    if (states.IsMultistate(node, true, key)) {
+      multistate = true;
+      // Multistate integers are always their text, canonical or not, deliberately.
+      states.GetStringValue(key, value.to_int(), text);
+    }
+  } else if (type == DATA_TYPE_BOOL) {
+    multistate = true;
+    if (options.canonical) {
+      text = value.to_bool() ? "true" : "false";
+    } else {
+      states.GetBoolStringValue(node, value.to_bool(), text);
+    }
+  }
+}
+
+const char* typeName(data_type_t type, bool multistate) {
+  if (type == DATA_TYPE_REAL) return "Real";
+  if (multistate && (type == DATA_TYPE_INT || type == DATA_TYPE_UINT)) return "Multistate";
+  const char* name = pcd_enum_to_str(type);
+  return name != nullptr ? name : toolkit::CElement::_invalid.c_str();
+}
+
+// The text of a sub-attribute suffix; false (with an error text) for an unknown one.
+bool formatSubAttribute(const StoredLeaf& leaf, const std::string& suffix, bool multistate,
+                        const RequestOptions& options, std::string& text) {
+  if (startsWith(suffix, ".Time")) {
+    const timeval stamp = leaf.value.get_time();
+    char buffer[24];
+    snprintf(buffer, sizeof buffer, "%" PRIu64, static_cast<uint64_t>(vtx_UNIXtoVTXtime64(&stamp)));
+    text = buffer;
+  } else if (startsWith(suffix, ".Source")) {
+    const unsigned storage = leaf.storage;
+    text = storage < 4 ? kStorageNames[storage] : toolkit::CElement::_invalid;
+  } else if (startsWith(suffix, ".AttribType")) {
+    text = typeName(leaf.value.get_type(), multistate);
+  } else {
+    formatError(kWsIllegalAttribute, "Unknown sub-Attribute " + suffix, text, &options);
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool isValueAttribute(const std::string& name) {
+  return name == "Value" || name == ".AlarmOnValue";
+}
+
+bool formatValue(toolkit::CCds& cds, const StoredLeaf& leaf, const CPath& path,
+                 const RequestOptions& options, std::string& text, bool* multistate) {
+  bool is_multistate = false;
+  if (multistate != nullptr) *multistate = false;
+  // A malformed path (which only a bulk read lets through to the store) has no rights at
+  // all; it is reported as the path error it is, not as a refused read.
+  if (leaf.status == API_STATUS_BAD_PATH) {
+    formatError(kWsBadPathSyntax, kAccessFailed, text, &options);
+    return false;
+  }
+  if (readRefused(path)) {
+    formatError(kWsNotAuthorized, "Unauthorized read", text, &options);
+    return false;
+  }
+  if (leaf.call_result != 0 || leaf.status != API_STATUS_OK) {
+    formatError(kWsNodeNotFound, kAccessFailed, text, &options);
+    return false;
+  }
+  if (leaf.value.get_type() == DATA_TYPE_NONE) {
+    formatError(kWsNodeNotFound, kAccessFailed, text, &options);
+    return false;
+  }
+  leaf.value.to_string(text);
+  if (isValueAttribute(path.LopLastSubpath())) {
+    applyStateText(cds, leaf.value, path, options, text, is_multistate);
+  }
+  if (multistate != nullptr) *multistate = is_multistate;
+  if (!path.hasSubAttribute()) return true;
+  return formatSubAttribute(leaf, path.getSubAttribute(), is_multistate, options, text);
+}
+
+bool readValue(toolkit::CCds& cds, const std::string& path_text, const RequestOptions& options,
+               std::string& text) {
+  CPath path(path_text);
+  if (path.normalize() != 0) {
+    formatError(kWsBadPathSyntax, "CDS Error in supplied path", text, &options);
+    return false;
+  }
+  // Refused before the store is asked; formatValue repeats the test for its other callers.
+  if (readRefused(path)) {
+    formatError(kWsNotAuthorized, "Unauthorized read", text, &options);
+    return false;
+  }
+  StoredLeaf leaf;
+  element_property_t prop;
+  leaf.call_result = cds.get_leaf(path.getPath(), leaf.status, leaf.value, prop);
+  leaf.storage = prop.storage;
+  return formatValue(cds, leaf, path, options, text);
+}
+
+bool readAttribute(toolkit::CCds& cds, const std::string& node_path, const std::string& attribute,
+                   const RequestOptions& options, std::string& text) {
+  if (attribute.empty()) return readValue(cds, node_path, options, text);
+  return readValue(cds, node_path + ":" + attribute, options, text);
+}
+
+void readValues(toolkit::CCds& cds, const std::vector<std::string>& path_texts,
+                const RequestOptions& options, std::vector<std::string>& results) {
+  results.clear();
+  if (path_texts.empty()) {
+    results.emplace_back();
+    formatError(kWsNoPathsProvided, "No paths", results.back(), &options);
+    return;
+  }
+  std::vector<CPath> paths;
+  std::vector<std::string> leaf_paths;
+  paths.reserve(path_texts.size());
+  leaf_paths.reserve(path_texts.size());
+  for (const std::string& text : path_texts) {
+    paths.emplace_back(text);
+    // Not tested, deliberately: a malformed path fails in the store read (status BAD_PATH).
+    paths.back().normalize();
+    leaf_paths.push_back(paths.back().getPath());
+  }
+  std::vector<api_status_t> statuses;
+  std::vector<toolkit::CElement> values;
+  std::vector<element_property_t> props;
+  if (cds.get_leaves(leaf_paths, statuses, values, props) != 0) {
+    results.emplace_back();
+    formatError(kWsNodeNotFound, kAccessFailed, results.back(), &options);
+    return;
+  }
+  results.resize(paths.size());
+  StoredLeaf leaf;
+  for (size_t i = 0; i < paths.size(); ++i) {
+    leaf.status = statuses[i];
+    leaf.value = std::move(values[i]);
+    leaf.storage = props[i].storage;
+    if (!formatValue(cds, leaf, paths[i], options, results[i])) continue;
+    if (paths[i].isNotPlainLeaf()) continue;
+    api_status_t node_status = API_STATUS_UNKNOWN;
+    if (cds.test_node(paths[i].getNodePath(), node_status) != 0 || node_status != API_STATUS_OK) {
+      formatError(kWsNodeNotFound, kAccessFailed, results[i], &options);
+    }
+  }
+}
