@@ -292,3 +292,110 @@ class GatewayTestCase(unittest.TestCase):
 
     def tearDown(self):
         self.assertTrue(self.gw.alive(), "the daemon died: " + self.gw.stderr_text()[-2000:])
+
+
+# --- The web front ----------------------------------------------------------------------------
+
+def free_port():
+    """A TCP port on 127.0.0.1 that nothing listens on right now."""
+    with socket.socket() as s:
+        s.bind(("127.0.0.1", 0))
+        return s.getsockname()[1]
+
+
+class WebFront:
+    """lighttpd in front of a Gateway, configured by deploy/site.sh in a directory of the
+    gateway's: free local ports, the demo users with fresh passwords, the served WSDL and,
+    with `tls`, an HTTPS listener with a self-signed certificate."""
+
+    def __init__(self, gateway, tls=False):
+        self.lighttpd = shutil.which("lighttpd") or "/usr/sbin/lighttpd"
+        if not os.access(self.lighttpd, os.X_OK):
+            raise unittest.SkipTest("lighttpd is not installed")
+        self.gw = gateway
+        self.run = os.path.join(gateway.dir, "web")
+        self.wsdl_dir = os.path.join(os.path.dirname(BIN_DIR), "src", "service", "generated")
+        self.process = None
+        self.tls_port = None
+        env = dict(os.environ, WSGATED_SOCKET=gateway.socket)
+        if tls:
+            pem = os.path.join(gateway.dir, "tls.pem")
+            subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days",
+                            "2", "-subj", "/CN=localhost", "-keyout", pem, "-out", pem],
+                           check=True, capture_output=True, timeout=60)
+            self.tls_port = free_port()
+            env.update(WSGATE_TLS_PORT=str(self.tls_port), WSGATE_TLS_PEM=pem)
+        self.port = free_port()
+        subprocess.run([os.path.join(SOURCE_DIR, "deploy", "site.sh"), self.run, self.wsdl_dir,
+                        str(self.port)], env=env, check=True, capture_output=True, timeout=60)
+        with open(os.path.join(self.run, "users")) as f:
+            self.passwords = dict(line.strip().split(":", 1) for line in f if ":" in line)
+
+    def url(self, path="/ws", https=False):
+        if https:
+            return "https://127.0.0.1:%d%s" % (self.tls_port, path)
+        return "http://127.0.0.1:%d%s" % (self.port, path)
+
+    def start(self):
+        """Starts lighttpd in the foreground and waits until it accepts connections."""
+        self.stderr_path = os.path.join(self.run, "log", "lighttpd.stderr")
+        with open(self.stderr_path, "ab") as err:
+            self.process = subprocess.Popen(
+                [self.lighttpd, "-D", "-f", os.path.join(self.run, "lighttpd.conf")],
+                stdin=subprocess.DEVNULL, stdout=err, stderr=err)
+        ports = [p for p in (self.port, self.tls_port) if p]
+        wait_until(lambda: all(self._accepting(p) for p in ports), what="lighttpd's ports")
+        return self
+
+    def _accepting(self, port):
+        if self.process.poll() is not None:
+            raise AssertionError("lighttpd exited with %s: %s" % (self.process.returncode,
+                                                                   self.log("error.log")))
+        try:
+            socket.create_connection(("127.0.0.1", port), timeout=1).close()
+            return True
+        except OSError:
+            return False
+
+    def log(self, name):
+        """The text of a file in the web front's log directory ("" when it is missing)."""
+        try:
+            with open(os.path.join(self.run, "log", name), "rb") as f:
+                return f.read().decode(errors="replace")
+        except FileNotFoundError:
+            return ""
+
+    def close(self):
+        if self.process is not None:
+            if self.process.poll() is None:
+                self.process.terminate()
+            try:
+                self.process.wait(timeout=30)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+                self.process.wait()
+            self.process = None
+
+
+class WebFrontTestCase(GatewayTestCase):
+    """A gateway with the demo data set, its daemon and lighttpd in front, per test class."""
+
+    tls = False
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        web = None
+        try:
+            web = WebFront(cls.gw, tls=cls.tls)
+            cls.web = web.start()
+        except BaseException:
+            if web is not None:
+                web.close()
+            cls.gw.close()
+            raise
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.web.close()
+        super().tearDownClass()

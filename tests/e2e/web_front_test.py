@@ -1,0 +1,357 @@
+"""wsgated behind lighttpd, as clients meet it: HTTP basic authentication in the web server,
+the served WSDL, a stock SOAP client (zeep) built from that WSDL alone, and hand-written
+SOAP 1.1 and SOAP 1.2 envelopes sent with curl. Every operation built so far is called as
+each demo user through both clients; CALLS holds one row per call, so an operation that
+lands adds its rows there."""
+
+import os
+import shutil
+import subprocess
+import time
+import types
+import unittest
+import warnings
+import xml.etree.ElementTree as ET
+from xml.sax.saxutils import escape
+
+from wsgate_testlib import (NS, SOAP11, SOAP12, SOURCE_DIR, WebFrontTestCase, body_of,
+                            fault_of)
+
+USERS = ("guest", "operator", "admin")
+WRITERS = ("operator", "admin")
+WSDL_OF = {"nsc1": "BACnetWSKite", "nsqv": "BACnetWSKiteQV", "nsc3": "BACnetWSKiteC3",
+           "nst1": "BACnetWSKiteTest"}
+# Parameters of these namespaces are qualified; nsqv and nsc3 parameters are not.
+QUALIFIED = ("nsc1", "nst1")
+REFUSED_WRITE = {"fault": ["Error 401: HTTP 401 Unauthorized"]}
+# zeep still imports the cgi module.
+warnings.filterwarnings("ignore", category=DeprecationWarning, module="zeep")
+
+
+class Call:
+    """One call of an operation: the arguments, given once for both clients (a list is a
+    repeated element, {"string": [...]} an nsc1:ArrayOfString), and the answer expected as
+    each user. An answer maps each response field to the list of its texts (a list-typed
+    field to its items), or is {"fault": [text]}."""
+
+    def __init__(self, prefix, operation, args, answer=None, check=None, writes=False):
+        self.prefix, self.operation, self.args = prefix, operation, args
+        self.answer, self.check_fn, self.writes = answer, check, writes
+
+    def expected(self, user):
+        if self.writes and user not in WRITERS:
+            return REFUSED_WRITE
+        return self.answer
+
+    def check(self, test, user, answer):
+        if self.check_fn is not None:
+            self.check_fn(test, user, answer)
+        else:
+            test.assertEqual(answer, self.expected(user))
+
+    def __str__(self):
+        return "%s:%s(%s)" % (self.prefix, self.operation, self.args)
+
+
+def check_time(test, user, answer):
+    test.assertEqual(answer["result"], [""])
+    test.assertEqual(sorted(answer), ["localTime", "result", "timezone", "utcTime"])
+    test.assertLess(abs(int(answer["utcTime"][0]) - time.time() * 1000), 60000)
+    test.assertTrue(answer["timezone"][0])
+
+
+def read(path, options=""):
+    return {"options": options, "path": path}
+
+
+CALLS = [
+    Call("nsqv", "whoAmI", {"options": ""}, check=lambda t, u, a: t.assertEqual(a, {"result": [u]})),
+    Call("nsqv", "getLocalAndUtcTime", {"options": ""}, check=check_time),
+    # Refused by design, whatever the arguments.
+    Call("nsqv", "getMinAvgMaxValues",
+         {"options": "", "paths": {"string": ["/Meter1/Power"]}, "startTime": "0",
+          "endTime": "1", "ratePeriod": "RatePeriodA"}, {"fault": ["Server fault"]}),
+    Call("nsc1", "getDefaultLocale", {"options": ""}, {"getDefaultLocaleResult": ["en-US"]}),
+    Call("nsc1", "getSupportedLocales", {"options": ""},
+         {"getSupportedLocalesResult": ["en-US"]}),
+    Call("nsc1", "getValue", read("/Meter1/Voltage"), {"getValueResult": ["230.4"]}),
+    Call("nsc1", "getValue", read("/Meter1/Breaker"), {"getValueResult": ["Closed"]}),
+    Call("nsc1", "getValue", read("/Meter1/Breaker", "canonical"), {"getValueResult": ["true"]}),
+    Call("nsc1", "getValue", read("/Meter1/Voltage:.HiCriticalLimit"),
+         {"getValueResult": ["253"]}),
+    Call("nsc1", "getValue", read("/Meter1/Nothing"),
+         {"getValueResult": ["? 9 Node Not Found : CDS access failed"]}),
+    Call("nsc1", "getValues",
+         {"options": "", "paths": {"string": ["/Meter1/Mode", "/AHU1/Fan", "/Meter1/Nothing"]}},
+         {"getValuesResult": ["Auto", "Off", "? 9 Node Not Found : CDS access failed"]}),
+    Call("nsc1", "getRelativeValues",
+         {"options": "", "basePath": "/Meter1", "paths": ["/Voltage", "/Submeter/Power"]},
+         {"getRelativeValuesResult": ["230.4", "1.25"]}),
+    Call("nsc1", "getArray", read("/Meter1/Mode/PossibleValues"),
+         {"getArrayResult": ["Off", "Auto", "Manual"]}),
+    Call("nsc1", "getArrayRange",
+         {"options": "", "path": "/AHU1/Mode/PossibleValues", "index": "1", "count": "2"},
+         {"getArrayRangeResult": ["Heat", "Cool"]}),
+    Call("nsc1", "getArraySize", read("/AHU1/Mode/PossibleValues"),
+         {"getArraySizeResult": ["4"]}),
+    # Writes store the same values every time, so the calls may run in any order and again.
+    Call("nsc1", "setValue", {"options": "", "path": "/AHU1/Setpoint", "value": "22.5"},
+         {"setValueResult": ["22.5"]}, writes=True),
+    Call("nsc1", "setValues",
+         {"options": "", "paths": ["/AHU1/Mode", "/Meter1/DemandLimit"], "values": ["Cool", "300"]},
+         {"setValuesResult": ["Cool", "300"]}, writes=True),
+]
+
+
+# --- The two clients and the one form of an answer -------------------------------------------
+
+def _text(value):
+    if value is None:
+        return ""
+    if isinstance(value, bool):
+        return "true" if value else "false"
+    return str(value)
+
+
+def answer_of_xml(response_element):
+    """The answer form of a response element: its children's texts by local name; a child
+    with children of its own (an array type) contributes their texts."""
+    answer = {}
+    for child in response_element:
+        name = child.tag.rpartition("}")[2]
+        items = list(child)
+        values = [_text(i.text) for i in items] if items else [_text(child.text)]
+        answer.setdefault(name, []).extend(values)
+    return answer
+
+
+def answer_of_zeep(operation, result):
+    """The answer form of a zeep result: zeep returns a lone response field unwrapped."""
+    from zeep.helpers import serialize_object
+    names = [name for name, _ in operation.output.body.type.elements]
+    result = serialize_object(result)
+    if len(names) == 1:
+        result = {names[0]: result}
+    answer = {}
+    for name, value in result.items():
+        if isinstance(value, dict) and len(value) == 1:
+            value = list(value.values())[0]
+        values = value if isinstance(value, list) else [value]
+        answer[name] = [_text(v) for v in values]
+    return answer
+
+
+def _zeep_args(args):
+    return {k: ({"string": v["string"]} if isinstance(v, dict) else v) for k, v in args.items()}
+
+
+def envelope_of(call, version):
+    """A hand-written envelope for `call`, with the prefixes a careful client would use."""
+    q = call.prefix + ":" if call.prefix in QUALIFIED else ""
+
+    def element(name, value):
+        if isinstance(value, list):
+            return "".join(element(name, v) for v in value)
+        if isinstance(value, dict):
+            inner = "".join("<%sstring>%s</%sstring>" % (q, escape(s), q) for s in value["string"])
+            return "<%s%s>%s</%s%s>" % (q, name, inner, q, name)
+        return "<%s%s>%s</%s%s>" % (q, name, escape(value), q, name)
+
+    body = "".join(element(k, v) for k, v in call.args.items())
+    return ('<?xml version="1.0" encoding="UTF-8"?>\n'
+            '<env:Envelope xmlns:env="%s" xmlns:%s="%s"><env:Body>'
+            '<%s:%s>%s</%s:%s></env:Body></env:Envelope>'
+            % (version, call.prefix, NS[call.prefix], call.prefix, call.operation, body,
+               call.prefix, call.operation)).encode()
+
+
+class Curl:
+    """curl as the HTTP client: returns (HTTP status, headers, body)."""
+
+    def __init__(self, web):
+        self.web = web
+
+    def post(self, data, user=None, password=None, content_type="text/xml; charset=utf-8",
+             https=False, extra=()):
+        command = ["curl", "-sS", "-m", "30", "-D", "-", "-H", "Content-Type: " + content_type,
+                   "--data-binary", "@-", self.web.url("/ws", https)] + list(extra)
+        if https:
+            command.append("-k")
+        if user is not None:
+            command += ["-u", "%s:%s" % (user, password or self.web.passwords[user])]
+        return self._run(command, data)
+
+    def get(self, path):
+        return self._run(["curl", "-sS", "-m", "30", "-D", "-", self.web.url(path)], b"")
+
+    @staticmethod
+    def _run(command, data):
+        result = subprocess.run(command, input=data, capture_output=True, timeout=60)
+        if result.returncode != 0:
+            raise AssertionError("%s: %s" % (" ".join(command), result.stderr.decode()))
+        raw = result.stdout
+        # Skip interim responses ("100 Continue").
+        while raw.startswith(b"HTTP/1.1 100"):
+            raw = raw.partition(b"\r\n\r\n")[2]
+        head, _, body = raw.partition(b"\r\n\r\n")
+        lines = head.decode("latin-1").split("\r\n")
+        headers = {}
+        for line in lines[1:]:
+            name, _, value = line.partition(":")
+            headers[name.strip().lower()] = value.strip()
+        return int(lines[0].split()[1]), headers, body
+
+    def answer(self, call, user, version):
+        content_type = ("text/xml; charset=utf-8" if version == SOAP11
+                        else "application/soap+xml; charset=utf-8")
+        status, _, body = self.post(envelope_of(call, version), user, content_type=content_type)
+        root = ET.fromstring(body)
+        fault = fault_of(types.SimpleNamespace(xml=lambda: root))
+        if fault is not None:
+            return {"fault": [fault[1]]}, status
+        element = list(body_of(root))[0]
+        expected_tag = "{%s}%sResponse" % (NS[call.prefix], call.operation)
+        if element.tag != expected_tag:
+            raise AssertionError("%s answered %s" % (call, element.tag))
+        return answer_of_xml(element), status
+
+
+class WebFrontTest(WebFrontTestCase):
+    tls = True
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.curl = Curl(cls.web)
+        cls.clients = {}
+
+    def zeep_client(self, prefix, user):
+        """A zeep client made from the served WSDL alone, authenticating as `user`."""
+        key = (prefix, user)
+        if key not in self.clients:
+            import requests
+            import zeep
+            from zeep.transports import Transport
+            session = requests.Session()
+            session.auth = (user, self.web.passwords[user])
+            self.clients[key] = zeep.Client(self.web.url("/wsdl/%s.wsdl" % WSDL_OF[prefix]),
+                                            transport=Transport(session=session))
+        return self.clients[key]
+
+    def zeep_answer(self, call, user):
+        import zeep
+        client = self.zeep_client(call.prefix, user)
+        operation = client.service._binding._operations[call.operation]
+        try:
+            result = getattr(client.service, call.operation)(**_zeep_args(call.args))
+        except zeep.exceptions.Fault as fault:
+            return {"fault": [fault.message]}
+        return answer_of_zeep(operation, result)
+
+    def test_zeep_calls_every_operation_as_every_user(self):
+        for call in CALLS:
+            for user in USERS:
+                with self.subTest(call=str(call), user=user):
+                    call.check(self, user, self.zeep_answer(call, user))
+
+    def test_curl_calls_every_operation_in_soap_11_and_12(self):
+        for version in (SOAP11, SOAP12):
+            for call in CALLS:
+                for user in USERS:
+                    with self.subTest(call=str(call), user=user, version=version):
+                        answer, status = self.curl.answer(call, user, version)
+                        call.check(self, user, answer)
+                        faulted = "fault" in answer
+                        self.assertEqual(status != 200, faulted, status)
+
+    def test_requests_without_valid_credentials_never_reach_the_daemon(self):
+        before = self.gw.stderr_text()
+        call = CALLS[0]
+        for credentials in ({}, {"user": "guest", "password": "wrong"},
+                            {"user": "nobody", "password": "x"}):
+            status, headers, _ = self.curl.post(envelope_of(call, SOAP11), **credentials)
+            self.assertEqual(status, 401, credentials)
+            self.assertEqual(headers["www-authenticate"], 'Basic realm="wsgate", charset="UTF-8"')
+        # An anonymous request that reached the daemon would log its missing REMOTE_USER.
+        self.assertEqual(self.gw.stderr_text(), before)
+        self.assertNotIn("Failed to get REMOTE_USER", before)
+        self.assertRegex(self.web.log("access.log"), r'"POST /ws HTTP/1.1" 401 .*\n')
+
+    def test_a_refused_write_is_the_daemons_401_not_the_web_servers(self):
+        write = next(c for c in CALLS if c.writes)
+        status, headers, body = self.curl.post(envelope_of(write, SOAP11), "guest")
+        self.assertEqual(status, 401)
+        self.assertNotIn("wsgate", headers.get("www-authenticate", ""))
+        self.assertIn(b"<faultstring>Error 401: HTTP 401 Unauthorized</faultstring>", body)
+
+    def test_the_caller_reaches_the_daemon_as_user_address_and_https(self):
+        who = next(c for c in CALLS if c.operation == "whoAmI")
+        for https in (False, True):
+            status, _, body = self.curl.post(envelope_of(who, SOAP11), "admin", https=https)
+            self.assertEqual(status, 200)
+            self.assertIn(b"<result>admin</result>", body)
+        log = self.gw.stderr_text()
+        self.assertRegex(log, r"New wsgated connection \d+ for 127\.0\.0\.1admin \n")
+        self.assertRegex(log, r"New wsgated connection \d+S for 127\.0\.0\.1adminS \n")
+        # A write names its writer by user and address.
+        self.curl.post(envelope_of(next(c for c in CALLS if c.operation == "setValue"), SOAP11),
+                       "operator")
+        self.assertIn("source:  Web-Services:", self.gw.cds("get", "-l", "/AHU1/Setpoint").stdout)
+        self.assertRegex(self.gw.cds("get", "-l", "/AHU1/Setpoint").stdout,
+                         r"source:  Web-Services:(operator|admin)@127\.0\.0\.1\n")
+
+    def test_wsdl_and_schemas_are_served_with_the_real_endpoint(self):
+        for name in sorted(os.listdir(self.web.wsdl_dir)):
+            if not name.endswith((".wsdl", ".xsd")):
+                continue
+            with self.subTest(name=name):
+                status, headers, body = self.curl.get("/wsdl/" + name)
+                self.assertEqual(status, 200)
+                self.assertEqual(headers["content-type"], "text/xml; charset=utf-8")
+                root = ET.fromstring(body)
+                addresses = [e.get("location") for e in root.iter(
+                    "{http://schemas.xmlsoap.org/wsdl/soap/}address")]
+                self.assertEqual(addresses, [self.web.url()] if name.endswith(".wsdl") else [])
+        # The build's own files keep the generator's address.
+        with open(os.path.join(self.web.wsdl_dir, "BACnetWSKite.wsdl")) as f:
+            self.assertIn('location="http://localhost:8080/ws"', f.read())
+
+    def test_only_the_endpoint_and_the_wsdl_directory_are_served(self):
+        for path in ("/", "/wsdl/", "/wsx", "/ws/extra", "/lighttpd.conf", "/users",
+                     "/wsdl/../users"):
+            with self.subTest(path=path):
+                self.assertIn(self.curl.get(path)[0], (403, 404))
+
+    def test_a_request_body_over_one_megabyte_is_refused_by_the_web_server(self):
+        before = self.gw.stderr_text()
+        big = envelope_of(Call("nsc1", "getValue", read("/" + "A" * (1024 * 1024))), SOAP11)
+        status, _, _ = self.curl.post(big, "guest")
+        self.assertEqual(status, 413)
+        self.assertEqual(self.gw.stderr_text(), before)
+
+
+class NginxSiteTest(unittest.TestCase):
+    """The nginx twin of the site, checked by nginx itself where nginx is installed."""
+
+    def test_nginx_accepts_the_written_site(self):
+        nginx = shutil.which("nginx") or "/usr/sbin/nginx"
+        if not os.access(nginx, os.X_OK):
+            self.skipTest("nginx is not installed")
+        import tempfile
+        with tempfile.TemporaryDirectory(prefix="wsgate-nginx-") as tmp:
+            wsdl = os.path.join(tmp, "wsdl")
+            os.makedirs(wsdl)
+            open(os.path.join(wsdl, "x.wsdl"), "w").close()
+            subprocess.run([os.path.join(SOURCE_DIR, "deploy", "site.sh"), tmp, wsdl, "18080"],
+                           check=True, capture_output=True, timeout=60)
+            with open(os.path.join(tmp, "nginx.conf"), "w") as f:
+                f.write("pid %s/nginx.pid;\nerror_log %s/error.log;\nevents {}\n"
+                        "http { access_log off; include %s/nginx-site.conf; }\n"
+                        % (tmp, tmp, tmp))
+            result = subprocess.run([nginx, "-t", "-p", tmp, "-c", os.path.join(tmp, "nginx.conf")],
+                                    capture_output=True, text=True, timeout=60)
+            self.assertEqual(result.returncode, 0, result.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
