@@ -7,7 +7,7 @@ packages=(
   gsoap libgsoap-dev libfcgi-dev libfcgi-bin libboost-regex-dev libsqlite3-dev sqlite3
   nlohmann-json3-dev googletest libgtest-dev libbenchmark-dev
   clang libclang-rt-14-dev
-  lighttpd python3 python3-zeep curl wrk
+  lighttpd python3 python3-zeep curl wrk openssl
 )
 missing=()
 for p in "${packages[@]}"; do
