@@ -5,7 +5,9 @@
 
 #include <cmath>
 #include <limits>
+#include <random>
 
+#include "platform/path.h"
 #include "platform/vtx.h"
 #include "store_fixture.h"
 
@@ -377,6 +379,49 @@ TEST_F(CdsTest, EventsSyslogAndWatchdog) {
   EXPECT_EQ(wst, API_STATUS_OK);
   ASSERT_EQ(cds.watchdog_clear(wst), 0);
   EXPECT_EQ(wst, API_STATUS_NO_LEAF);
+}
+
+// Random texts of path-like bytes (separators, dots, colons, escapes, control and high
+// bytes) through every path-taking call: no crash, statuses only, and an intact store.
+TEST_F(CdsTest, RandomPathsNeverDamageTheStore) {
+  std::mt19937 rng(11);
+  const char bytes[] = {'/', '/', '/', 'a', 'b', '.', ':', '\\', ' ', '\0', '\n', '\x7f', '\xc3'};
+  api_status_t st;
+  std::vector<std::string> out;
+  std::vector<toolkit::leaf_record_t> leaves;
+  for (int i = 0; i < 3000; ++i) {
+    std::string path = rng() % 2 == 0 ? "/" : "";
+    for (int n = rng() % 16; n > 0; --n) path += bytes[rng() % sizeof(bytes)];
+    CPath p(path);
+    if (p.normalize() == 0) {
+      ASSERT_EQ(p.getPath()[0], '/') << path;
+      ASSERT_EQ(p.getPath().find("//"), std::string::npos) << path;
+    }
+    ASSERT_EQ(cds.add_node(path, st, ""), 0);
+    ASSERT_EQ(cds.set_leaf(path, CElement(path), st, rng() % 2 == 0, ""), 0);
+    statusOf(path);
+    ASSERT_EQ(cds.list_children(path, out, st), 0);
+    ASSERT_EQ(cds.list_leaves(path, leaves, st), 0);
+    if (rng() % 4 == 0) {
+      ASSERT_EQ(cds.remove_node(path, st, false, ""), 0);
+    }
+    if (rng() % 8 == 0) {
+      ASSERT_EQ(cds.clear_leaf(path, st, false, ""), 0);
+    }
+  }
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(store.path().c_str(), &db), SQLITE_OK);
+  sqlite3_stmt* q = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(db,
+                               "SELECT (SELECT count(*) FROM leaves WHERE node NOT IN "
+                               "(SELECT path FROM nodes)), (SELECT * FROM pragma_integrity_check)",
+                               -1, &q, nullptr),
+            SQLITE_OK);
+  ASSERT_EQ(sqlite3_step(q), SQLITE_ROW);
+  EXPECT_EQ(sqlite3_column_int(q, 0), 0) << "no leaf without its node";
+  EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(q, 1)), "ok");
+  sqlite3_finalize(q);
+  sqlite3_close(db);
 }
 
 TEST_F(CdsTest, DefaultHandleIsTheNewestOpenOne) {
