@@ -184,6 +184,7 @@ bool LeafWriter::run(sqlite3_stmt* stmt, std::string_view path, const toolkit::C
 namespace toolkit {
 
 using store::kCallFailed;
+using store::PathCall;
 
 int CCds::get_leaf(const std::string& path, api_status_t& status, CElement& value,
                    element_property_t& prop) {
@@ -246,64 +247,34 @@ int CCds::set_leaves(const std::vector<std::string>& paths, const std::vector<CE
 
 int CCds::clear_leaf(const std::string& path, api_status_t& status, bool /*persist*/,
                      const std::string& /*source*/) {
-  status = API_STATUS_FAILED;
-  pcd_connection* c = store::begin_call(handle_);
-  if (c == nullptr) return kCallFailed;
-  std::string scratch;
-  std::string_view node, name;
-  if (!store::split_leaf_path(path, scratch, node, name)) {
-    status = API_STATUS_BAD_PATH;
-    return 0;
-  }
-  if (store::is_automatic(name)) {
-    status = API_STATUS_READ_ONLY;
-    return 0;
-  }
-  store::Transaction tx(c, true);
-  store::Stmt del(store::prepare(c, "DELETE FROM leaves WHERE node = ?1 AND name = ?2"));
-  if (!tx.ok() || !del.ok()) return kCallFailed;
-  del.bind(1, node);
-  del.bind(2, name);
-  if (del.step() != SQLITE_DONE) return kCallFailed;
-  int rc = SQLITE_OK;
-  if (sqlite3_changes(c->db) > 0) {
-    status = API_STATUS_OK;
-  } else {
-    status = store::node_exists(c, node, rc) ? API_STATUS_NO_LEAF : API_STATUS_NO_NODE;
-  }
-  if (rc == SQLITE_OK && tx.commit()) return 0;
-  status = API_STATUS_FAILED;
-  return kCallFailed;
+  PathCall call(handle_, path, PathCall::kLeafPath, PathCall::kWrite, status);
+  if (!call.open()) return call.result();
+  if (store::is_automatic(call.name())) return call.finish(API_STATUS_READ_ONLY);
+  store::Stmt del(
+      store::prepare(call.connection(), "DELETE FROM leaves WHERE node = ?1 AND name = ?2"));
+  if (!del.ok()) return call.fail();
+  del.bind(1, call.node());
+  del.bind(2, call.name());
+  if (del.step() != SQLITE_DONE) return call.fail();
+  if (sqlite3_changes(call.connection()->db) > 0) return call.finish(API_STATUS_OK);
+  return call.requireNode() ? call.finish(API_STATUS_NO_LEAF) : call.result();
 }
 
 int CCds::get_leaf_source(const std::string& path, api_status_t& status, std::string& source) {
-  status = API_STATUS_FAILED;
   source.clear();
-  pcd_connection* c = store::begin_call(handle_);
-  if (c == nullptr) return kCallFailed;
-  std::string scratch;
-  std::string_view node, name;
-  if (!store::split_leaf_path(path, scratch, node, name)) {
-    status = API_STATUS_BAD_PATH;
-    return 0;
-  }
-  store::Transaction tx(c, false);
-  store::Stmt q(store::prepare(c, "SELECT source FROM leaves WHERE node = ?1 AND name = ?2"));
-  if (!tx.ok() || !q.ok()) return kCallFailed;
-  q.bind(1, node);
-  q.bind(2, name);
+  PathCall call(handle_, path, PathCall::kLeafPath, PathCall::kRead, status);
+  if (!call.open()) return call.result();
+  store::Stmt q(
+      store::prepare(call.connection(), "SELECT source FROM leaves WHERE node = ?1 AND name = ?2"));
+  if (!q.ok()) return call.fail();
+  q.bind(1, call.node());
+  q.bind(2, call.name());
   int rc = q.step();
-  if (rc == SQLITE_ROW) {
-    source = q.text(0);
-    status = API_STATUS_OK;
-  } else if (rc == SQLITE_DONE) {
-    status = store::node_exists(c, node, rc) ? API_STATUS_NO_LEAF : API_STATUS_NO_NODE;
-  }
+  if (rc == SQLITE_ROW) source = q.text(0);
   q.reset();
-  if ((rc == SQLITE_OK || rc == SQLITE_ROW) && tx.commit()) return 0;
-  status = API_STATUS_FAILED;
-  source.clear();
-  return kCallFailed;
+  if (rc == SQLITE_ROW) return call.finish(API_STATUS_OK);
+  if (rc != SQLITE_DONE) return call.fail();
+  return call.requireNode() ? call.finish(API_STATUS_NO_LEAF) : call.result();
 }
 
 }  // namespace toolkit

@@ -44,19 +44,9 @@ bool create_nodes(pcd_connection* c, std::string_view path) {
 namespace toolkit {
 
 using store::kCallFailed;
+using store::PathCall;
 
 namespace {
-
-// The canonical node path for `path` (a view into `path` or `scratch`), or false.
-bool nodePath(const std::string& path, std::string& scratch, std::string_view& out) {
-  if (store::is_canonical(path)) {
-    out = path;
-    return true;
-  }
-  if (!store::canonicalize(path, scratch)) return false;
-  out = scratch;
-  return true;
-}
 
 const char* statusText(api_status_t status) {
   switch (status) {
@@ -74,73 +64,36 @@ const char* statusText(api_status_t status) {
 }  // namespace
 
 int CCds::test_node(const std::string& path, api_status_t& status) {
-  status = API_STATUS_FAILED;
-  pcd_connection* c = store::begin_call(handle_);
-  if (c == nullptr) return kCallFailed;
-  std::string scratch;
-  std::string_view node;
-  if (!nodePath(path, scratch, node)) {
-    status = API_STATUS_BAD_PATH;
-    return 0;
-  }
-  int rc;
-  bool exists = store::node_exists(c, node, rc);
-  if (rc != SQLITE_OK) return kCallFailed;
-  status = exists ? API_STATUS_OK : API_STATUS_NO_NODE;
-  return 0;
+  PathCall call(handle_, path, PathCall::kNodePath, PathCall::kOneStatement, status);
+  if (!call.open()) return call.result();
+  return call.requireNode() ? call.finish(API_STATUS_OK) : call.result();
 }
 
 int CCds::add_node(const std::string& path, api_status_t& status, const std::string& /*source*/) {
-  status = API_STATUS_FAILED;
-  pcd_connection* c = store::begin_call(handle_);
-  if (c == nullptr) return kCallFailed;
-  std::string scratch;
-  std::string_view node;
-  if (!nodePath(path, scratch, node)) {
-    status = API_STATUS_BAD_PATH;
-    return 0;
-  }
-  if (node.size() > store::kMaxNodePathBytes) return 0;
-  store::Transaction tx(c, true);
-  if (!tx.ok() || !store::create_nodes(c, node) || !tx.commit()) return kCallFailed;
-  status = API_STATUS_OK;
-  return 0;
+  PathCall call(handle_, path, PathCall::kNodePath, PathCall::kWrite, status);
+  if (!call.open()) return call.result();
+  if (call.node().size() > store::kMaxNodePathBytes) return call.finish(API_STATUS_FAILED);
+  if (!store::create_nodes(call.connection(), call.node())) return call.fail();
+  return call.finish(API_STATUS_OK);
 }
 
 int CCds::remove_node(const std::string& path, api_status_t& status, bool /*persist*/,
                       const std::string& /*source*/) {
-  status = API_STATUS_FAILED;
-  pcd_connection* c = store::begin_call(handle_);
-  if (c == nullptr) return kCallFailed;
-  std::string scratch;
-  std::string_view node;
-  if (!nodePath(path, scratch, node)) {
-    status = API_STATUS_BAD_PATH;
-    return 0;
-  }
-  if (node == "/") return 0;  // the root always exists
-  store::Transaction tx(c, true);
-  if (!tx.ok()) return kCallFailed;
-  int rc;
-  if (!store::node_exists(c, node, rc)) {
-    if (rc != SQLITE_OK) return kCallFailed;
-    status = API_STATUS_NO_NODE;
-    return tx.commit() ? 0 : kCallFailed;
-  }
+  PathCall call(handle_, path, PathCall::kNodePath, PathCall::kWrite, status);
+  if (!call.open() || !call.requireNode()) return call.result();
+  if (call.node() == "/") return call.finish(API_STATUS_FAILED);  // the root always exists
   std::string low, high;
-  store::subtreeBounds(node, low, high);
+  store::subtreeBounds(call.node(), low, high);
   for (const char* sql : {"DELETE FROM leaves WHERE node = ?1 OR (node >= ?2 AND node < ?3)",
                           "DELETE FROM nodes WHERE path = ?1 OR (path >= ?2 AND path < ?3)"}) {
-    store::Stmt del(store::prepare(c, sql));
-    if (!del.ok()) return kCallFailed;
-    del.bind(1, node);
+    store::Stmt del(store::prepare(call.connection(), sql));
+    if (!del.ok()) return call.fail();
+    del.bind(1, call.node());
     del.bind(2, low);
     del.bind(3, high);
-    if (del.step() != SQLITE_DONE) return kCallFailed;
+    if (del.step() != SQLITE_DONE) return call.fail();
   }
-  if (!tx.commit()) return kCallFailed;
-  status = API_STATUS_OK;
-  return 0;
+  return call.finish(API_STATUS_OK);
 }
 
 namespace {
@@ -150,39 +103,21 @@ namespace {
 template <typename OnRow>
 int listNodeRows(pcd_handle_t handle, const std::string& path, const char* sql, OnRow on_row,
                  api_status_t& status) {
-  status = API_STATUS_FAILED;
-  pcd_connection* c = store::begin_call(handle);
-  if (c == nullptr) return kCallFailed;
-  std::string scratch;
-  std::string_view node;
-  if (!nodePath(path, scratch, node)) {
-    status = API_STATUS_BAD_PATH;
-    return 0;
-  }
-  store::Transaction tx(c, false);
-  if (!tx.ok()) return kCallFailed;
-  int rc;
-  if (!store::node_exists(c, node, rc)) {
-    if (rc != SQLITE_OK) return kCallFailed;
-    status = API_STATUS_NO_NODE;
-    return tx.commit() ? 0 : kCallFailed;
-  }
+  PathCall call(handle, path, PathCall::kNodePath, PathCall::kRead, status);
+  if (!call.open() || !call.requireNode()) return call.result();
   std::string low, high;
-  store::subtreeBounds(node, low, high);
-  {
-    store::Stmt q(store::prepare(c, sql));
-    if (!q.ok()) return kCallFailed;
-    q.bind(1, node);
-    if (sqlite3_bind_parameter_count(q.get()) >= 3) {
-      q.bind(2, low);
-      q.bind(3, high);
-    }
-    while ((rc = q.step()) == SQLITE_ROW) on_row(q);
-    if (rc != SQLITE_DONE) return kCallFailed;
+  store::subtreeBounds(call.node(), low, high);
+  store::Stmt q(store::prepare(call.connection(), sql));
+  if (!q.ok()) return call.fail();
+  q.bind(1, call.node());
+  if (sqlite3_bind_parameter_count(q.get()) >= 3) {
+    q.bind(2, low);
+    q.bind(3, high);
   }
-  if (!tx.commit()) return kCallFailed;
-  status = API_STATUS_OK;
-  return 0;
+  int rc;
+  while ((rc = q.step()) == SQLITE_ROW) on_row(q);
+  q.reset();
+  return rc == SQLITE_DONE ? call.finish(API_STATUS_OK) : call.fail();
 }
 
 int listPaths(pcd_handle_t handle, const std::string& path, const char* sql,
@@ -248,12 +183,11 @@ int CCds::import(const std::vector<std::string>& nodes, const std::vector<leaf_w
   }
   std::string scratch;
   for (const std::string& path : nodes) {
-    std::string_view node;
-    if (!nodePath(path, scratch, node) || node.size() > store::kMaxNodePathBytes) {
+    if (!store::canonicalize(path, scratch) || scratch.size() > store::kMaxNodePathBytes) {
       error = "node \"" + path + "\": malformed path";
       return kCallFailed;
     }
-    if (!store::create_nodes(c, node)) {
+    if (!store::create_nodes(c, scratch)) {
       error = std::string("node \"" + path + "\": ") + sqlite3_errmsg(c->db);
       return kCallFailed;
     }

@@ -6,6 +6,7 @@
 #include <sqlite3.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -116,6 +117,46 @@ class Transaction {
  private:
   pcd_connection* c_;
   bool active_ = false;
+};
+
+// The common course of a call on one node or leaf path: take the connection, parse the
+// path, open the transaction, and answer with a status. While open() is false the call is
+// over: its status is set and result() is what the call returns.
+class PathCall {
+ public:
+  enum Kind { kNodePath, kLeafPath };
+  // kOneStatement: the call runs one query, atomic by itself, so no transaction is opened
+  // (test_node runs once per item of a bulk read and must stay cheap).
+  enum Access { kOneStatement, kRead, kWrite };
+  // Sets `status` to FAILED (no connection, injected failure, no transaction) or BAD_PATH.
+  PathCall(pcd_handle_t handle, const std::string& path, Kind kind, Access access,
+           api_status_t& status);
+  PathCall(const PathCall&) = delete;
+  PathCall& operator=(const PathCall&) = delete;
+
+  bool open() const { return open_; }
+  int result() const { return result_; }
+  pcd_connection* connection() const { return c_; }
+  std::string_view node() const { return node_; }  // the node path (of a leaf path: its node)
+  std::string_view name() const { return name_; }  // the leaf name of a leaf path
+
+  // Ends the call: commits and answers `status`, or fails when the commit fails.
+  int finish(api_status_t status);
+  // Ends the call as failed (rolled back).
+  int fail();
+  // Whether the node exists; when it does not, the call ends (NO_NODE, or failed when the
+  // database did not answer).
+  bool requireNode();
+
+ private:
+  api_status_t& status_;
+  pcd_connection* c_ = nullptr;
+  std::string scratch_;
+  std::string_view node_;
+  std::string_view name_;
+  std::optional<Transaction> tx_;
+  bool open_ = false;
+  int result_ = kCallFailed;
 };
 
 // Store paths. A canonical path begins with "/", has no empty component, no trailing "/"

@@ -79,6 +79,61 @@ bool Transaction::commit() {
   return true;
 }
 
+PathCall::PathCall(pcd_handle_t handle, const std::string& path, Kind kind, Access access,
+                   api_status_t& status)
+    : status_(status) {
+  status_ = API_STATUS_FAILED;
+  c_ = begin_call(handle);
+  if (c_ == nullptr) return;
+  bool parsed;
+  if (kind == kLeafPath) {
+    parsed = split_leaf_path(path, scratch_, node_, name_);
+  } else if (is_canonical(path)) {
+    node_ = path;
+    parsed = true;
+  } else {
+    parsed = canonicalize(path, scratch_);
+    node_ = scratch_;
+  }
+  if (!parsed) {
+    status_ = API_STATUS_BAD_PATH;
+    result_ = 0;
+    return;
+  }
+  if (access == kOneStatement) {
+    open_ = true;
+    return;
+  }
+  tx_.emplace(c_, access == kWrite);
+  open_ = tx_->ok();
+}
+
+int PathCall::finish(api_status_t status) {
+  open_ = false;
+  if (tx_ && !tx_->commit()) return fail();
+  status_ = status;
+  result_ = 0;
+  return result_;
+}
+
+int PathCall::fail() {
+  open_ = false;
+  status_ = API_STATUS_FAILED;
+  result_ = kCallFailed;
+  return result_;
+}
+
+bool PathCall::requireNode() {
+  int rc;
+  if (node_exists(c_, node_, rc)) return true;
+  if (rc != SQLITE_OK) {
+    fail();
+  } else {
+    finish(API_STATUS_NO_NODE);
+  }
+  return false;
+}
+
 namespace {
 
 bool isControl(char ch) {
