@@ -24,6 +24,12 @@ WSDL_OF = {"nsc1": "BACnetWSKite", "nsqv": "BACnetWSKiteQV", "nsc3": "BACnetWSKi
 # Parameters of these namespaces are qualified; nsqv and nsc3 parameters are not.
 QUALIFIED = ("nsc1", "nst1")
 REFUSED_WRITE = {"fault": ["Error 401: HTTP 401 Unauthorized"]}
+# Operations with rows below whose services may not be in the daemon yet: while one answers
+# the runtime's "not implemented" fault its rows are skipped; once it answers, they count.
+# Every other operation with a row must answer.
+NOT_BUILT = {"getValue", "getValues", "getRelativeValues", "getArray", "getArrayRange",
+             "getArraySize", "setValue", "setValues"}
+NOT_IMPLEMENTED = "Method '%s:%s' not implemented: method name or namespace not recognized"
 # zeep still imports the cgi module.
 warnings.filterwarnings("ignore", category=DeprecationWarning, module="zeep")
 
@@ -44,6 +50,9 @@ class Call:
         return self.answer
 
     def check(self, test, user, answer):
+        if (self.operation in NOT_BUILT
+                and answer == {"fault": [NOT_IMPLEMENTED % (self.prefix, self.operation)]}):
+            test.skipTest(self.operation + " is not built yet")
         if self.check_fn is not None:
             self.check_fn(test, user, answer)
         else:
@@ -277,14 +286,22 @@ class WebFrontTest(WebFrontTestCase):
         self.assertNotIn("Failed to get REMOTE_USER", before)
         self.assertRegex(self.web.log("access.log"), r'"POST /ws HTTP/1.1" 401 .*\n')
 
+    def require_built(self, operation):
+        """The first row of `operation`, after skipping the test while it is not built."""
+        call = next(c for c in CALLS if c.operation == operation)
+        answer, _ = self.curl.answer(call, "admin", SOAP11)
+        if answer == {"fault": [NOT_IMPLEMENTED % (call.prefix, call.operation)]}:
+            self.skipTest(operation + " is not built yet")
+        return call
+
     def test_a_refused_write_is_the_daemons_401_not_the_web_servers(self):
-        write = next(c for c in CALLS if c.writes)
+        write = self.require_built("setValue")
         status, headers, body = self.curl.post(envelope_of(write, SOAP11), "guest")
         self.assertEqual(status, 401)
         self.assertNotIn("wsgate", headers.get("www-authenticate", ""))
         self.assertIn(b"<faultstring>Error 401: HTTP 401 Unauthorized</faultstring>", body)
 
-    def test_the_caller_reaches_the_daemon_as_user_address_and_https(self):
+    def test_user_address_and_https_reach_the_daemon(self):
         who = next(c for c in CALLS if c.operation == "whoAmI")
         for https in (False, True):
             status, _, body = self.curl.post(envelope_of(who, SOAP11), "admin", https=https)
@@ -293,12 +310,13 @@ class WebFrontTest(WebFrontTestCase):
         log = self.gw.stderr_text()
         self.assertRegex(log, r"New wsgated connection \d+ for 127\.0\.0\.1admin \n")
         self.assertRegex(log, r"New wsgated connection \d+S for 127\.0\.0\.1adminS \n")
-        # A write names its writer by user and address.
-        self.curl.post(envelope_of(next(c for c in CALLS if c.operation == "setValue"), SOAP11),
-                       "operator")
-        self.assertIn("source:  Web-Services:", self.gw.cds("get", "-l", "/AHU1/Setpoint").stdout)
-        self.assertRegex(self.gw.cds("get", "-l", "/AHU1/Setpoint").stdout,
-                         r"source:  Web-Services:(operator|admin)@127\.0\.0\.1\n")
+
+    def test_a_write_names_its_writer_by_user_and_address(self):
+        write = self.require_built("setValue")
+        status, _, _ = self.curl.post(envelope_of(write, SOAP11), "operator")
+        self.assertEqual(status, 200)
+        self.assertIn("source:  Web-Services:operator@127.0.0.1\n",
+                      self.gw.cds("get", "-l", write.args["path"]).stdout)
 
     def test_wsdl_and_schemas_are_served_with_the_real_endpoint(self):
         for name in sorted(os.listdir(self.web.wsdl_dir)):
