@@ -225,8 +225,10 @@ pcd_handle_t pcd_init(int flags) {
 }
 
 void pcd_close(pcd_handle_t handle) {
-  if (handle == nullptr) return;
-  g_open.erase(std::remove(g_open.begin(), g_open.end(), handle), g_open.end());
+  // A handle closed twice (or never opened) is ignored rather than freed again.
+  auto it = std::find(g_open.begin(), g_open.end(), handle);
+  if (it == g_open.end()) return;
+  g_open.erase(it);
   delete handle;
 }
 

@@ -71,7 +71,7 @@ bool LeafReader::read(std::string_view path, api_status_t& status, toolkit::CEle
   if (rc == SQLITE_ROW) {
     read_value(q.get(), 0, 1, value);
     value.set_time(timeval{static_cast<time_t>(q.int64(2)), static_cast<suseconds_t>(q.int64(3))});
-    prop.storage = static_cast<storage_class_t>(sqlite3_column_int(q.get(), 4));
+    prop.storage = storage_class(q.int64(4));
     status = API_STATUS_OK;
     return true;
   }

@@ -154,7 +154,7 @@ int CCds::list_leaves(const std::string& path, std::vector<leaf_record_t>& leave
     store::read_value(q.get(), 1, 2, record.value);
     record.value.set_time(
         timeval{static_cast<time_t>(q.int64(3)), static_cast<suseconds_t>(q.int64(4))});
-    record.prop.storage = static_cast<storage_class_t>(q.int64(5));
+    record.prop.storage = store::storage_class(q.int64(5));
     record.source = q.text(6);
     leaves.push_back(std::move(record));
   };

@@ -187,6 +187,10 @@ std::string_view node_of(std::string_view path);
 bool bind_value(sqlite3_stmt* stmt, int type_index, int value_index, const toolkit::CElement& v);
 void read_value(sqlite3_stmt* stmt, int type_column, int value_column, toolkit::CElement& v);
 
+// A storage class read from the file; anything out of range (a file edited by hand) reads
+// as Normal.
+storage_class_t storage_class(int64_t stored);
+
 // Current platform time as a timeval: the time stamp of automatic values and of writes
 // that ask for "now".
 timeval now_timeval();

@@ -296,6 +296,11 @@ void read_value(sqlite3_stmt* stmt, int type_column, int value_column, toolkit::
   v.set_time(keep);
 }
 
+storage_class_t storage_class(int64_t stored) {
+  return stored >= STORAGE_NORMAL && stored <= STORAGE_MPL ? static_cast<storage_class_t>(stored)
+                                                           : STORAGE_NORMAL;
+}
+
 timeval now_timeval() {
   return vtx_VTXtoUNIXtime64(vtx_UTCtime64());
 }

@@ -50,8 +50,8 @@ vtx_time64_t realUtcMillis() {
   return int64_t{ts.tv_sec} * kMillisPerSecond + ts.tv_nsec / 1000000;
 }
 
-bool localTime(struct tm& out) {
-  time_t t = static_cast<time_t>(floorDiv(vtx_UTCtime64(), kMillisPerSecond));
+bool localTime(vtx_time64_t utc, struct tm& out) {
+  time_t t = static_cast<time_t>(floorDiv(utc, kMillisPerSecond));
   return localtime_r(&t, &out) != nullptr;
 }
 
@@ -87,9 +87,8 @@ vtx_time_t vtx_UTCtime(vtx_time_t* out) {
 
 vtx_time64_t vtx_Localtime64(void) {
   vtx_time64_t utc = vtx_UTCtime64();
-  time_t t = static_cast<time_t>(floorDiv(utc, kMillisPerSecond));
   struct tm local {};
-  if (localtime_r(&t, &local) == nullptr) return utc;
+  if (!localTime(utc, local)) return utc;
   return utc + int64_t{local.tm_gmtoff} * kMillisPerSecond;
 }
 
@@ -103,7 +102,7 @@ const char* const* vtx_GetLocalTimeZoneName(void) {
 
 bool vtx_IsDaylightSavings(void) {
   struct tm local {};
-  return localTime(local) && local.tm_isdst > 0;
+  return localTime(vtx_UTCtime64(), local) && local.tm_isdst > 0;
 }
 
 struct timeval vtx_VTXtoUNIXtime64(vtx_time64_t t) {
