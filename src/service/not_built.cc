@@ -17,14 +17,6 @@ int notBuilt(struct soap* soap, const char* operation) {
 }  // namespace
 
 // clang-format off
-int __nsc1__getValue(struct soap* soap, _nsc1__getValue *, _nsc1__getValueResponse &) { return notBuilt(soap, "nsc1:getValue"); }
-int __nsc1__getValues(struct soap* soap, _nsc1__getValues *, _nsc1__getValuesResponse &) { return notBuilt(soap, "nsc1:getValues"); }
-int __nsc1__getRelativeValues(struct soap* soap, _nsc1__getRelativeValues *, _nsc1__getRelativeValuesResponse &) { return notBuilt(soap, "nsc1:getRelativeValues"); }
-int __nsc1__getArray(struct soap* soap, _nsc1__getArray *, _nsc1__getArrayResponse &) { return notBuilt(soap, "nsc1:getArray"); }
-int __nsc1__getArrayRange(struct soap* soap, _nsc1__getArrayRange *, _nsc1__getArrayRangeResponse &) { return notBuilt(soap, "nsc1:getArrayRange"); }
-int __nsc1__getArraySize(struct soap* soap, _nsc1__getArraySize *, _nsc1__getArraySizeResponse &) { return notBuilt(soap, "nsc1:getArraySize"); }
-int __nsc1__setValue(struct soap* soap, _nsc1__setValue *, _nsc1__setValueResponse &) { return notBuilt(soap, "nsc1:setValue"); }
-int __nsc1__setValues(struct soap* soap, _nsc1__setValues *, _nsc1__setValuesResponse &) { return notBuilt(soap, "nsc1:setValues"); }
 int __nsc1__createSubscription(struct soap* soap, _nsc1__createSubscription *, _nsc1__createSubscriptionResponse &) { return notBuilt(soap, "nsc1:createSubscription"); }
 int __nsc1__updateSubscriptionRealTimeNodes(struct soap* soap, _nsc1__updateSubscriptionRealTimeNodes *, _nsc1__updateSubscriptionRealTimeNodesResponse &) { return notBuilt(soap, "nsc1:updateSubscriptionRealTimeNodes"); }
 int __nsc1__cancelSubscription(struct soap* soap, _nsc1__cancelSubscription *, _nsc1__cancelSubscriptionResponse &) { return notBuilt(soap, "nsc1:cancelSubscription"); }
