@@ -3,6 +3,7 @@
 #include <fcgiapp.h>
 #include <fcntl.h>
 #include <sys/select.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,6 +20,9 @@
 namespace {
 
 constexpr int kBacklog = 64;
+// Longest wait for a caller's next bytes, or for room to write the answer: a caller that
+// stalls mid-request loses its request instead of holding the only thread.
+constexpr time_t kStallSeconds = 10;
 constexpr time_t kSelectSeconds = 5;
 constexpr uint32_t kSweepInterval = 5;
 // Caller identity fields hold at most 64 bytes of the web server's values.
@@ -59,9 +63,9 @@ void takeParameter(FCGX_Request& request, const char* name, char* field, const c
 
 // Moves the listening socket to descriptor 0, where the FastCGI library expects it.
 //
-// The socket is non-blocking: FCGX_Accept_r accepts again by itself when a caller connected
-// and went away before sending its request, and on a blocking socket it would then wait in
-// accept() for the next caller, with no termination check, sweep or watchdog ping meanwhile.
+// The socket is non-blocking: FCGX_Accept_r accepts again by itself when a caller's request
+// cannot be read, and on a blocking socket it would then wait in accept() for the next
+// caller, with no termination check, sweep or watchdog ping meanwhile.
 int listenOnDescriptorZero(const char* path) {
   int fd = FCGX_OpenSocket(path, kBacklog);
   if (fd == -1) return -1;
@@ -73,6 +77,27 @@ int listenOnDescriptorZero(const char* path) {
   fcntl(0, F_SETFL, fcntl(0, F_GETFL) | O_NONBLOCK);
   fprintf(stderr, "FCGI app listening at socket %s [%d] \n", path, 0);
   return 0;
+}
+
+// Accepts the next connection, with bounded reads and writes, and lets the FastCGI library
+// read the request from it. The library has no time-outs of its own, so a caller that stalls
+// mid-request would otherwise hold the only thread. It reads from a request's open
+// connection (keepConnection stops it from first closing that connection as a finished one);
+// when the request cannot be read it drops the connection and tries to accept on the
+// request's own listening socket, which is -1, so that it never accepts a connection without
+// time-outs and gives up instead.
+//
+// Returns 0 with a request to serve; -EAGAIN when there is none (nobody waiting, or the
+// caller's request could not be read); another negative errno when accepting failed.
+int acceptRequest(FCGX_Request& request) {
+  int fd = accept4(0, nullptr, nullptr, SOCK_CLOEXEC);
+  if (fd < 0) return errno == EAGAIN || errno == EINTR || errno == ECONNABORTED ? -EAGAIN : -errno;
+  timeval stall{kStallSeconds, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &stall, sizeof stall);
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &stall, sizeof stall);
+  request.ipcFd = fd;
+  request.keepConnection = 1;
+  return FCGX_Accept_r(&request) >= 0 ? 0 : -EAGAIN;
 }
 
 // Serves one accepted request with the caller's identity in the environment, finishes it,
@@ -88,6 +113,9 @@ void serveAccepted(struct soap* soap, FCGX_Request& request) {
   unsetenv("REMOTE_USER");
   unsetenv("REMOTE_ADDR");
   FCGX_Finish_r(&request);
+  // A web server that asked to keep the connection gets it closed all the same: the loop
+  // waits on the listening socket only, so a kept connection would never be read again.
+  if (request.ipcFd >= 0) FCGX_Free(&request, 1);
   recordCaller(serverOf(soap), caller.address, caller.user, caller.https);
 }
 
@@ -103,7 +131,7 @@ int runRequestLoop(struct soap* soap) {
   if (listenOnDescriptorZero(socketPath()) != 0) return -1;
 
   FCGX_Request request;
-  FCGX_InitRequest(&request, 0, 0);
+  FCGX_InitRequest(&request, -1, 0);  // the loop accepts on descriptor 0 itself
   soap->frecv = receiveFromRequest;
   soap->fsend = sendToRequest;
 
@@ -129,17 +157,16 @@ int runRequestLoop(struct soap* soap) {
 
     if (FD_ISSET(0, &readable)) {
       server.current_request = &request;
-      int accepted = FCGX_Accept_r(&request);
-      if (accepted >= 0) {
+      int accepted = acceptRequest(request);
+      if (accepted == 0) {
         serveAccepted(soap, request);
-      } else if (accepted != -EAGAIN && accepted != -EWOULDBLOCK) {
+      } else if (accepted != -EAGAIN) {
         fputs("Error in Accept(), exiting now...\n", stderr);
         soap->error = SOAP_EOF;
         int result = soap_send_fault(soap);
         FCGX_Free(&request, 1);
         return result;
       }
-      // Otherwise the caller went away before its request could be read: nothing to serve.
     }
 
     uint32_t now = vtx_GetMonoTime(nullptr);

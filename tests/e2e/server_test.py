@@ -3,6 +3,7 @@ operations that need no store data."""
 
 import os
 import signal
+import socket
 import subprocess
 import time
 import unittest
@@ -97,6 +98,30 @@ class DispatchTest(GatewayTestCase):
         response = self.gw.request("<nsqv:whoAmI/>")
         self.assertTrue(response.raw.startswith(b"Status: 200 OK\r\n"), response.raw[:80])
         self.assertIn("text/xml", response.headers["content-type"])
+
+
+class HostileConnectionTest(GatewayTestCase):
+    """Callers on the socket that do not speak FastCGI properly never stop the daemon."""
+
+    demo = False
+
+    def whoami(self):
+        return self.gw.call("<nsqv:whoAmI/>", user="next").findtext("result")
+
+    def test_callers_that_leave_or_send_garbage_are_dropped(self):
+        for payload in (b"", b"GET / HTTP/1.0\r\n\r\n", b"\x01\x01\x00\x01\x00\x08\x00\x00"):
+            with socket.socket(socket.AF_UNIX) as s:
+                s.connect(self.gw.socket)
+                s.sendall(payload)
+            self.assertEqual(self.whoami(), "next")
+
+    def test_a_caller_that_stalls_mid_request_is_dropped_after_a_bounded_wait(self):
+        with socket.socket(socket.AF_UNIX) as staller:
+            staller.connect(self.gw.socket)
+            staller.sendall(b"\x01\x01\x00\x01\x00\x08\x00\x00")  # a header, no content
+            start = time.monotonic()
+            self.assertEqual(self.whoami(), "next")
+            self.assertLess(time.monotonic() - start, 25)
 
 
 class LifecycleTest(unittest.TestCase):
