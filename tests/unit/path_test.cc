@@ -172,7 +172,7 @@ TEST_F(PathTest, RightsComeFromTheCallerAndTheDefaultConnection) {
     EXPECT_FALSE(p.is_write_authorized());
     EXPECT_FALSE(CPath("/").is_reset_authorized());
   }
-  unsetenv("REMOTE_USER");
+  ScopedEnv anonymous("REMOTE_USER", nullptr);
   EXPECT_TRUE(p.is_write_authorized());  // the anonymous user's own rule
   EXPECT_FALSE(p.is_remove_authorized());
 

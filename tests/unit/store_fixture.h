@@ -27,15 +27,21 @@
 
 namespace wsgate_test {
 
-// Sets an environment variable for the life of the object, then puts the old value back.
+// Sets (or, with a null value, unsets) an environment variable for the life of the object,
+// then puts the old state back.
 class ScopedEnv {
  public:
-  ScopedEnv(const char* name, const std::string& value) : name_(name) {
+  ScopedEnv(const char* name, const char* value) : name_(name) {
     const char* old = std::getenv(name);
     had_old_ = old != nullptr;
     if (had_old_) old_ = old;
-    setenv(name, value.c_str(), 1);
+    if (value != nullptr) {
+      setenv(name, value, 1);
+    } else {
+      unsetenv(name);
+    }
   }
+  ScopedEnv(const char* name, const std::string& value) : ScopedEnv(name, value.c_str()) {}
   ScopedEnv(const ScopedEnv&) = delete;
   ScopedEnv& operator=(const ScopedEnv&) = delete;
   ~ScopedEnv() {

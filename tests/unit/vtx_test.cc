@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <memory>
 #include <string>
 
 #include "store_fixture.h"
@@ -60,9 +61,18 @@ TEST(VtxTest, ClockFileShiftsBothClocksAtEveryCall) {
   vtx_ClearTestClock();
 }
 
-TEST(VtxTest, LocalTimeFollowsTheZoneAndDaylightSaving) {
-  ScopedEnv tz("TZ", "EST5EDT,M3.2.0,M11.1.0");
-  tzset();
+class ZoneTest : public testing::Test {
+ protected:
+  ZoneTest() { tzset(); }
+  ~ZoneTest() override {
+    vtx_ClearTestClock();
+    tz_.reset();
+    tzset();  // the rest of the process goes back to its own zone
+  }
+  std::unique_ptr<ScopedEnv> tz_ = std::make_unique<ScopedEnv>("TZ", "EST5EDT,M3.2.0,M11.1.0");
+};
+
+TEST_F(ZoneTest, LocalTimeFollowsTheZoneAndDaylightSaving) {
   const char* const* names = vtx_GetLocalTimeZoneName();
   EXPECT_STREQ(names[0], "EST");
   EXPECT_STREQ(names[1], "EDT");
@@ -74,7 +84,6 @@ TEST(VtxTest, LocalTimeFollowsTheZoneAndDaylightSaving) {
   vtx_SetTestClock(january, 0);
   EXPECT_FALSE(vtx_IsDaylightSavings());
   EXPECT_EQ(vtx_Localtime64(), january - 5 * 3600 * 1000LL);
-  vtx_ClearTestClock();
 }
 
 }  // namespace
