@@ -101,14 +101,14 @@ make_store() {
 }
 
 start_daemon() {
-  rm -f "$socket"
-  # -d keeps the daemon in the foreground of its own session, so its pid is known here and
-  # its diagnostics go to the log instead of /dev/null. The subshell execs setsid, which
-  # execs the daemon, so $! is the daemon's pid.
+  rm -f "$socket" "$run/wsgated.pid"
+  # -d keeps the daemon in the foreground of its own session, so its pid is known and its
+  # diagnostics go to the log instead of /dev/null. The pid is written by the process that
+  # then execs the daemon, since setsid may have forked on the way.
   (cd "$run" && export CDS_PATH=$store WSGATED_SOCKET=$socket &&
-     exec setsid "${owner_prefix[@]}" "$build/bin/wsgated" -d \
-       >> "$run/log/wsgated.log" 2>&1 < /dev/null) &
-  echo $! > "$run/wsgated.pid"
+     exec setsid "${owner_prefix[@]}" sh -c 'echo $$ > wsgated.pid && exec "$@"' sh \
+       "$build/bin/wsgated" -d >> "$run/log/wsgated.log" 2>&1 < /dev/null) &
+  for _ in $(seq 100); do [ -s "$run/wsgated.pid" ] && break; sleep 0.05; done
   for _ in $(seq 200); do
     [ -S "$socket" ] && return
     kill -0 "$(cat "$run/wsgated.pid")" 2>/dev/null || fail "wsgated stopped at start" "$run/log/wsgated.log"
