@@ -274,17 +274,17 @@ class WebFrontTest(WebFrontTestCase):
                         self.assertEqual(status != 200, faulted, status)
 
     def test_requests_without_valid_credentials_never_reach_the_daemon(self):
-        before = self.gw.stderr_text()
         call = CALLS[0]
         for credentials in ({}, {"user": "guest", "password": "wrong"},
                             {"user": "nobody", "password": "x"}):
-            status, headers, _ = self.curl.post(envelope_of(call, SOAP11), **credentials)
+            status, headers, body = self.curl.post(envelope_of(call, SOAP11), **credentials)
             self.assertEqual(status, 401, credentials)
+            # lighttpd's refusal: its realm, and no SOAP in the body.
             self.assertEqual(headers["www-authenticate"], 'Basic realm="wsgate", charset="UTF-8"')
-        # An anonymous request that reached the daemon would log its missing REMOTE_USER.
-        self.assertEqual(self.gw.stderr_text(), before)
-        self.assertNotIn("Failed to get REMOTE_USER", before)
-        self.assertRegex(self.web.log("access.log"), r'"POST /ws HTTP/1.1" 401 .*\n')
+            self.assertNotIn(b"Envelope", body)
+        # A request without a user that reached the daemon would have logged, before its
+        # answer, that REMOTE_USER was missing.
+        self.assertNotIn("Failed to get REMOTE_USER", self.gw.stderr_text())
 
     def require_built(self, operation):
         """The first row of `operation`, after skipping the test while it is not built."""
@@ -341,11 +341,10 @@ class WebFrontTest(WebFrontTestCase):
                 self.assertIn(self.curl.get(path)[0], (403, 404))
 
     def test_a_request_body_over_one_megabyte_is_refused_by_the_web_server(self):
-        before = self.gw.stderr_text()
         big = envelope_of(Call("nsc1", "getValue", read("/" + "A" * (1024 * 1024))), SOAP11)
-        status, _, _ = self.curl.post(big, "guest")
-        self.assertEqual(status, 413)
-        self.assertEqual(self.gw.stderr_text(), before)
+        status, _, body = self.curl.post(big, "guest")
+        self.assertEqual(status, 413)  # never the daemon's: it answers 200, 4xx faults or 500
+        self.assertNotIn(b"Envelope", body)
 
 
 class NginxSiteTest(unittest.TestCase):
