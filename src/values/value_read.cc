@@ -71,6 +71,28 @@ bool formatSubAttribute(const StoredLeaf& leaf, const std::string& suffix, bool 
   return true;
 }
 
+// formatValue once the read right is settled.
+bool formatAuthorizedLeaf(toolkit::CCds& cds, const StoredLeaf& leaf, const CPath& path,
+                          const RequestOptions& options, std::string& text, bool* multistate) {
+  if (leaf.call_result != 0 || leaf.status != API_STATUS_OK) {
+    const int code = leaf.status == API_STATUS_BAD_PATH ? kWsBadPathSyntax : kWsNodeNotFound;
+    formatError(code, kAccessFailed, text, &options);
+    return false;
+  }
+  if (leaf.value.get_type() == DATA_TYPE_NONE) {
+    formatError(kWsNodeNotFound, kAccessFailed, text, &options);
+    return false;
+  }
+  leaf.value.to_string(text);
+  bool is_multistate = false;
+  if (isValueAttribute(path.LopLastSubpath())) {
+    applyStateText(cds, leaf.value, path, options, text, is_multistate);
+  }
+  if (multistate != nullptr) *multistate = is_multistate;
+  if (!path.hasSubAttribute()) return true;
+  return formatSubAttribute(leaf, path.getSubAttribute(), is_multistate, options, text);
+}
+
 }  // namespace
 
 bool isValueAttribute(const std::string& name) {
@@ -79,33 +101,14 @@ bool isValueAttribute(const std::string& name) {
 
 bool formatValue(toolkit::CCds& cds, const StoredLeaf& leaf, const CPath& path,
                  const RequestOptions& options, std::string& text, bool* multistate) {
-  bool is_multistate = false;
   if (multistate != nullptr) *multistate = false;
   // A malformed path (which only a bulk read lets through to the store) has no rights at
   // all; it is reported as the path error it is, not as a refused read.
-  if (leaf.status == API_STATUS_BAD_PATH) {
-    formatError(kWsBadPathSyntax, kAccessFailed, text, &options);
-    return false;
-  }
-  if (readRefused(path)) {
+  if (leaf.status != API_STATUS_BAD_PATH && readRefused(path)) {
     formatError(kWsNotAuthorized, "Unauthorized read", text, &options);
     return false;
   }
-  if (leaf.call_result != 0 || leaf.status != API_STATUS_OK) {
-    formatError(kWsNodeNotFound, kAccessFailed, text, &options);
-    return false;
-  }
-  if (leaf.value.get_type() == DATA_TYPE_NONE) {
-    formatError(kWsNodeNotFound, kAccessFailed, text, &options);
-    return false;
-  }
-  leaf.value.to_string(text);
-  if (isValueAttribute(path.LopLastSubpath())) {
-    applyStateText(cds, leaf.value, path, options, text, is_multistate);
-  }
-  if (multistate != nullptr) *multistate = is_multistate;
-  if (!path.hasSubAttribute()) return true;
-  return formatSubAttribute(leaf, path.getSubAttribute(), is_multistate, options, text);
+  return formatAuthorizedLeaf(cds, leaf, path, options, text, multistate);
 }
 
 bool readValue(toolkit::CCds& cds, const std::string& path_text, const RequestOptions& options,
@@ -115,7 +118,6 @@ bool readValue(toolkit::CCds& cds, const std::string& path_text, const RequestOp
     formatError(kWsBadPathSyntax, "CDS Error in supplied path", text, &options);
     return false;
   }
-  // Refused before the store is asked; formatValue repeats the test for its other callers.
   if (readRefused(path)) {
     formatError(kWsNotAuthorized, "Unauthorized read", text, &options);
     return false;
@@ -124,7 +126,8 @@ bool readValue(toolkit::CCds& cds, const std::string& path_text, const RequestOp
   element_property_t prop;
   leaf.call_result = cds.get_leaf(path.getPath(), leaf.status, leaf.value, prop);
   leaf.storage = prop.storage;
-  return formatValue(cds, leaf, path, options, text);
+  // The right was tested just above; asking the store again could only repeat the answer.
+  return formatAuthorizedLeaf(cds, leaf, path, options, text, nullptr);
 }
 
 bool readAttribute(toolkit::CCds& cds, const std::string& node_path, const std::string& attribute,
