@@ -126,6 +126,13 @@ bool checkWritable(toolkit::CCds& cds, const CPath& path, bool maintenance, cons
   const bool found = result == 0 && status == API_STATUS_OK;
   leaf_type = found ? current.get_type() : DATA_TYPE_NONE;
   const std::string name = path.getPathAttribute();
+  if (path.hasSubAttribute()) {
+    // ".Time", ".Source" and ".AttribType" describe a leaf; writing them must not quietly
+    // write the leaf itself.
+    formatError(kWsIllegalAttribute,
+                "Attribute " + name + path.getSubAttribute() + " is not Writable", error, &options);
+    return false;
+  }
   if (maintenance) return maintenanceWritable(name, text, options, error);
   if (!found || leaf_type == DATA_TYPE_NONE) {
     const char* detail = status == API_STATUS_NO_NODE ? "Node does not exist" : "CDS access failed";

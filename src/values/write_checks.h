@@ -14,6 +14,7 @@
 
 // Decides whether the leaf at the normalized `path` may take `text`; `leaf_type` receives
 // the type of the leaf in the store (DATA_TYPE_NONE when it is missing).
+//  - A path with a sub-attribute suffix (".Time") is never written (code 11).
 //  - Normal writes (`maintenance` false) need an existing leaf (else code 9), and then pass
 //    only a "Value" whose node's "Writable" reads true (else code 15) and the four limit
 //    leaves; every other attribute is code 11.

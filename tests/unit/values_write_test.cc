@@ -126,6 +126,12 @@ TEST_F(WriteTest, SingleWriteRefusals) {
   leaf("/Count/.HiCriticalLimit", CElement("0"));
   EXPECT_EQ(set("/Count/.HiCriticalLimit", "12"), "12");
   EXPECT_EQ(set("/Nowhere/Value", "1"), "? 9 Node Not Found : Node does not exist");
+  // Metadata of a leaf is not the leaf: nothing is written through a sub-attribute.
+  EXPECT_EQ(set("/Temp/Value.Time", "5"),
+            "? 11 Illegal Attribute : Attribute Value.Time is not Writable");
+  EXPECT_EQ(set("/Temp/Units.x", "5", true),
+            "? 11 Illegal Attribute : Attribute Units.x is not Writable");
+  EXPECT_EQ(storedText("/Temp/Value"), "21.5");
   EXPECT_EQ(set("Temp", "1"), "? 8 Bad Path Syntax : CDS Error in supplied path");
   std::string result;
   const std::string path = "/Temp";
