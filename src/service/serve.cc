@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "service/markup_guard.h"
 #include "soapH.h"
 
 namespace {
@@ -12,10 +13,65 @@ namespace {
 constexpr unsigned kMaxNesting = 64;
 // Longest text in one element or attribute: well above any path, value or command text.
 constexpr long kMaxTextLength = 1L << 20;
-// Longest list in one request (items of getValues, setValues and the like).
+// Longest list in one request: child elements of one element, so the paths and values of
+// setValues count together. The runtime applies it to SOAP-encoded arrays; the markup guard
+// to everything else.
 constexpr size_t kMaxListItems = 100000;
 // Largest request body.
 constexpr ULONG64 kMaxMessageBytes = 16UL << 20;
+// Attributes of one start tag, namespace declarations included: a dozen in any real message.
+constexpr size_t kMaxAttributes = 64;
+
+// The request being received, for the receive callback: one request at a time.
+struct GuardedRequest {
+  MarkupGuard guard;
+  size_t (*receive)(struct soap*, char*, size_t);
+};
+GuardedRequest* g_request = nullptr;
+
+// Passes what the context's own receive callback delivers through the request's markup
+// guard. A message past the guard's limits ends here, as if the caller had stopped sending.
+size_t guardedReceive(struct soap* soap, char* buffer, size_t length) {
+  size_t got = g_request->receive(soap, buffer, length);
+  return g_request->guard.scan(buffer, got) == 0 ? got : 0;
+}
+
+// Sends the runtime's fault for the request's error. A broken limit is the cause of whatever
+// the runtime made of the cut-off message (in the body it takes the missing rest for an
+// unknown operation), so the fault names the limit instead.
+void sendFault(struct soap* soap, const MarkupGuard& guard) {
+  if (guard.error() != 0) {
+    soap->error = guard.error();
+  } else if (soap->recv_maxlength > 0 && soap->count > soap->recv_maxlength) {
+    soap->error = SOAP_EOF;
+  }
+  soap_send_fault(soap);
+}
+
+void serveGuarded(struct soap* soap, const MarkupGuard& guard) {
+  soap_begin(soap);
+  if (soap_begin_recv(soap)) {
+    // Codes of 1000 and above are stop conditions, not errors worth a fault. The request's
+    // data is deliberately left for the next soap_begin() to clear.
+    if (soap->error < SOAP_STOP) sendFault(soap, guard);
+    soap_closesock(soap);
+    return;
+  }
+  try {
+    if (soap_envelope_begin_in(soap) || soap_recv_header(soap) || soap_body_begin_in(soap) ||
+        soap_serve_request(soap) || (soap->fserveloop && soap->fserveloop(soap))) {
+      // No line end, deliberately: the next diagnostic continues this line.
+      fputs("Failed in soap processing; ", stderr);
+      sendFault(soap, guard);
+    }
+  } catch (const std::exception& e) {
+    fputs("Exception in soap_serve processing: ", stderr);
+    fprintf(stderr, "%s \n", e.what());
+    sendFault(soap, guard);
+  }
+  soap_destroy(soap);
+  soap_end(soap);
+}
 
 }  // namespace
 
@@ -28,27 +84,11 @@ void configureContext(struct soap* soap) {
 }
 
 int serveRequest(struct soap* soap) {
-  soap_begin(soap);
-  if (soap_begin_recv(soap)) {
-    // Codes of 1000 and above are stop conditions, not errors worth a fault. The request's
-    // data is deliberately left for the next soap_begin() to clear.
-    if (soap->error < SOAP_STOP) soap_send_fault(soap);
-    soap_closesock(soap);
-    return 0;
-  }
-  try {
-    if (soap_envelope_begin_in(soap) || soap_recv_header(soap) || soap_body_begin_in(soap) ||
-        soap_serve_request(soap) || (soap->fserveloop && soap->fserveloop(soap))) {
-      // No line end, deliberately: the next diagnostic continues this line.
-      fputs("Failed in soap processing; ", stderr);
-      soap_send_fault(soap);
-    }
-  } catch (const std::exception& e) {
-    fputs("Exception in soap_serve processing: ", stderr);
-    fprintf(stderr, "%s \n", e.what());
-    soap_send_fault(soap);
-  }
-  soap_destroy(soap);
-  soap_end(soap);
+  GuardedRequest request{MarkupGuard({kMaxAttributes, kMaxListItems, kMaxNesting}), soap->frecv};
+  g_request = &request;
+  soap->frecv = guardedReceive;
+  serveGuarded(soap, request.guard);
+  soap->frecv = request.receive;
+  g_request = nullptr;
   return 0;
 }

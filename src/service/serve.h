@@ -11,7 +11,9 @@ void configureContext(struct soap* soap);
 
 // Parses the envelope, dispatches the body element to its operation, and writes the response
 // or the runtime's SOAP fault; then frees everything the request allocated. Always returns 0:
-// the outcome has gone to the caller.
+// the outcome has gone to the caller. The bytes from the context's receive callback pass a
+// MarkupGuard first (service/markup_guard.h): a message past its limits is cut off there and
+// answered with the runtime's fault for the broken limit.
 int serveRequest(struct soap* soap);
 
 #endif  // WSGATE_SERVICE_SERVE_H

@@ -1,0 +1,72 @@
+// Limits on the shape of a request's XML that the SOAP runtime does not enforce on our
+// messages, checked on the raw bytes as they arrive, before the runtime parses them:
+//
+//   - attributes (namespace declarations included) in one start tag: the runtime looks up
+//     every attribute among those already read, so a tag with tens of thousands of them
+//     takes minutes of the only thread;
+//   - child elements of one element: the runtime's list limit applies to SOAP-encoded arrays
+//     only, not to repeated elements, so a message of empty list items grows lists of a
+//     million entries and hundreds of megabytes;
+//   - nesting depth, including markup inside text elements, which the runtime skips
+//     without counting.
+//
+// The scanner follows the runtime's way of skipping markup, so that nothing the runtime
+// reads as tags can hide from it: comments end at "-->", processing instructions at "?>",
+// CDATA sections at "]]>", other declarations ("<!DOCTYPE ...") at the first ">". A "<"
+// inside an attribute value (which well-formed XML never has) starts a new tag.
+#ifndef WSGATE_SERVICE_MARKUP_GUARD_H
+#define WSGATE_SERVICE_MARKUP_GUARD_H
+
+#include <cstddef>
+#include <vector>
+
+class MarkupGuard {
+ public:
+  struct Limits {
+    size_t max_attributes;  // per start tag
+    size_t max_children;    // per element (the document counts as one)
+    size_t max_depth;       // open elements at once
+  };
+
+  explicit MarkupGuard(const Limits& limits);
+
+  // Scans the next `length` bytes of the message (any split of the message gives the same
+  // outcome). Returns 0 while the message is within the limits; once a limit is broken,
+  // the runtime's error code for it, SOAP_OCCURS (attributes, children) or SOAP_LEVEL
+  // (depth), from then on.
+  int scan(const char* data, size_t length);
+
+  // 0, or the error code of the first broken limit.
+  int error() const { return error_; }
+
+ private:
+  enum class State {
+    kText,
+    kMarkupStart,  // after "<"
+    kBang,         // after "<!"
+    kBangDash,     // after "<!-"
+    kStartTag,
+    kQuoted,
+    kEndTag,
+    kComment,
+    kCdata,
+    kDeclaration,
+    kInstruction,
+  };
+
+  void step(char c);
+  void openElement();
+  void closeStartTag();
+  void fail(int error);
+
+  Limits limits_;
+  State state_ = State::kText;
+  char quote_ = 0;
+  char last_ = 0;       // previous significant byte of a start tag ('/' marks "/>")
+  int terminator_ = 0;  // how much of "-->", "]]>" or "?>" has been seen
+  size_t attributes_ = 0;
+  std::vector<size_t> children_;  // per open element, the document first
+  int error_ = 0;
+};
+
+#endif  // WSGATE_SERVICE_MARKUP_GUARD_H

@@ -1,0 +1,90 @@
+#include "service/markup_guard.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "soapH.h"
+
+namespace {
+
+// Small limits, so that each case shows the bound from both sides.
+const MarkupGuard::Limits kLimits{/*max_attributes=*/3, /*max_children=*/4, /*max_depth=*/5};
+
+int scanWhole(const std::string& text) {
+  MarkupGuard guard(kLimits);
+  return guard.scan(text.data(), text.size());
+}
+
+// The outcome of scanning `text` in one piece, checked to be the same in one-byte pieces.
+int scan(const std::string& text) {
+  MarkupGuard bytewise(kLimits);
+  int last = 0;
+  for (char c : text) last = bytewise.scan(&c, 1);
+  const int whole = scanWhole(text);
+  EXPECT_EQ(last, whole) << text;
+  return whole;
+}
+
+std::string repeat(const std::string& text, int times) {
+  std::string out;
+  for (int i = 0; i < times; ++i) out += text;
+  return out;
+}
+
+TEST(MarkupGuardTest, RealMessagesPass) {
+  EXPECT_EQ(scan("<?xml version=\"1.0\"?><E:Envelope xmlns:E=\"urn:e\" xmlns:a=\"urn:a=b\">"
+                 "<E:Body><a:getValues><a:options>errorString=x;a=b</a:options><a:paths>"
+                 "<a:string>/A</a:string><a:string/><!-- a=b=c=d --></a:paths></a:getValues>"
+                 "</E:Body></E:Envelope>"),
+            0);
+  EXPECT_EQ(scan(""), 0);
+}
+
+TEST(MarkupGuardTest, AttributesOfOneTag) {
+  EXPECT_EQ(scan("<a x='1' y=\"2\" xmlns:z='u'><b p='a=b=c' q='1' r='2'/></a>"), 0);
+  EXPECT_EQ(scan("<a x='1' y='2' z='3' w='4'/>"), SOAP_OCCURS);
+  EXPECT_EQ(scan("<a xmlns:p='1' xmlns:q='2' xmlns:r='3' xmlns:s='4'>"), SOAP_OCCURS);
+  // Equal signs in texts and attribute values are not attributes.
+  EXPECT_EQ(scan("<a x='=====' y=\"=>=>=\">==========</a>"), 0);
+}
+
+TEST(MarkupGuardTest, ChildrenOfOneElement) {
+  EXPECT_EQ(scan("<l>" + repeat("<i>x</i>", 4) + "</l><l>" + repeat("<i/>", 4) + "</l>"), 0);
+  EXPECT_EQ(scan("<l>" + repeat("<i/>", 5) + "</l>"), SOAP_OCCURS);
+  EXPECT_EQ(scan("<l>" + repeat("<i></i>", 5) + "</l>"), SOAP_OCCURS);
+  // Nested lists count per parent; the document itself is a parent too.
+  EXPECT_EQ(scan("<l>" + repeat("<i><j/><j/><j/><j/></i>", 4) + "</l>"), 0);
+  EXPECT_EQ(scan(repeat("<r/>", 5)), SOAP_OCCURS);
+}
+
+TEST(MarkupGuardTest, NestingDepth) {
+  EXPECT_EQ(scan(repeat("<a>", 5) + repeat("</a>", 5) + repeat("<a>", 5)), 0);
+  EXPECT_EQ(scan(repeat("<a>", 6)), SOAP_LEVEL);
+  // Empty elements open nothing.
+  EXPECT_EQ(scan(repeat("<a>", 5) + "<b/><b />" + "<c x='/'/>"), 0);
+}
+
+// Whatever the runtime skips, the guard skips exactly as far, so no tag can hide in it.
+TEST(MarkupGuardTest, SkippedMarkupEndsWhereTheRuntimeEndsIt) {
+  const std::string flood = "<a p='1' q='2' r='3' s='4'/>";
+  EXPECT_EQ(scan("<!DOCTYPE x [ ' >" + flood), SOAP_OCCURS);  // at the first ">", quotes or not
+  EXPECT_EQ(scan("<!-- ' > <b> -->" + flood), SOAP_OCCURS);
+  EXPECT_EQ(scan("<?pi ' > ?>" + flood), SOAP_OCCURS);
+  EXPECT_EQ(scan("<![CDATA[ ' > ]] ]]>" + flood), SOAP_OCCURS);
+  EXPECT_EQ(scan("<a x='" + flood), SOAP_OCCURS);  // "<" in a value starts a tag
+  // Inside them nothing counts.
+  EXPECT_EQ(scan("<!-- " + flood + repeat("<b>", 9) + " -->"), 0);
+  EXPECT_EQ(scan("<?pi " + flood + " ?><![CDATA[" + repeat("<b>", 9) + "]]>"), 0);
+}
+
+TEST(MarkupGuardTest, AFailureStays) {
+  MarkupGuard guard(kLimits);
+  const std::string bad = "<a p='1' q='2' r='3' s='4'>";
+  EXPECT_EQ(guard.scan(bad.data(), bad.size()), SOAP_OCCURS);
+  const std::string good = "</a>";
+  EXPECT_EQ(guard.scan(good.data(), good.size()), SOAP_OCCURS);
+  EXPECT_EQ(guard.error(), SOAP_OCCURS);
+}
+
+}  // namespace
