@@ -8,8 +8,8 @@ import subprocess
 import tempfile
 import unittest
 
-BIN_DIR = os.environ.get("WSGATE_BIN_DIR", "")
-SOURCE_DIR = os.environ.get("WSGATE_SOURCE_DIR", "")
+from wsgate_testlib import BIN_DIR, SOURCE_DIR
+
 CDS = os.path.join(BIN_DIR, "cds")
 
 TYPES = ["Boolean", "Integer", "Unsigned", "Real", "Integer64", "String", "Unsigned64", "timeval"]
