@@ -57,15 +57,10 @@ fi
 sed 's/:/:{PLAIN}/' "$run/users" > "$run/nginx.users"
 chmod 600 "$run/nginx.users"
 
-# The served WSDL: the generator's files with the real endpoint as soap:address. The schema
-# of the one list type (nsc1:SubscribeLogOptions) is also put right: the generator writes its
-# enumeration as <list><restriction>, which XML Schema does not allow (a list's item type is
-# an itemType attribute or a <simpleType> child), and strict clients such as zeep refuse the
-# whole WSDL. The fix wraps the restriction in the <simpleType> that the schema requires.
+# The served WSDL: the build's files with the real endpoint as soap:address.
 for source in "$wsdl_dir"/*.wsdl "$wsdl_dir"/*.xsd; do
   URL=$url perl -0pe '
     s{(<SOAP:address\s+location=")[^"]*(")}{$1$ENV{URL}$2}g;
-    s{<list>(\s*<restriction\b.*?</restriction>\s*)</list>}{<list><simpleType>$1</simpleType></list>}gs;
   ' "$source" > "$run/www/wsdl/$(basename "$source").tmp"
   mv "$run/www/wsdl/$(basename "$source").tmp" "$run/www/wsdl/$(basename "$source")"
 done
