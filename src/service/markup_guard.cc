@@ -1,5 +1,6 @@
 #include "service/markup_guard.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "soapH.h"
@@ -50,19 +51,11 @@ void MarkupGuard::step(char c) {
     case State::kBangDash:
       state_ = c == '-' ? State::kComment : c == '>' ? State::kText : State::kDeclaration;
       break;
-    case State::kComment:  // ends at "-->"
-      if (c == '>' && terminator_ == 2) {
-        state_ = State::kText;
-      } else {
-        terminator_ = c == '-' ? (terminator_ < 2 ? terminator_ + 1 : 2) : 0;
-      }
+    case State::kComment:
+      if (closes(c, '-')) state_ = State::kText;
       break;
-    case State::kCdata:  // ends at "]]>"
-      if (c == '>' && terminator_ == 2) {
-        state_ = State::kText;
-      } else {
-        terminator_ = c == ']' ? (terminator_ < 2 ? terminator_ + 1 : 2) : 0;
-      }
+    case State::kCdata:
+      if (closes(c, ']')) state_ = State::kText;
       break;
     case State::kInstruction:  // ends at "?>"
       if (c == '>' && terminator_ == 1) {
@@ -104,6 +97,12 @@ void MarkupGuard::step(char c) {
       }
       break;
   }
+}
+
+bool MarkupGuard::closes(char c, char mark) {
+  if (c == '>' && terminator_ == 2) return true;
+  terminator_ = c == mark ? std::min(terminator_ + 1, 2) : 0;
+  return false;
 }
 
 void MarkupGuard::openElement() {

@@ -55,6 +55,9 @@ class MarkupGuard {
   };
 
   void step(char c);
+  // For comments ("-->") and CDATA sections ("]]>"): true when `c` ends the run of two
+  // `mark` characters and ">".
+  bool closes(char c, char mark);
   void openElement();
   void closeStartTag();
   void fail(int error);
