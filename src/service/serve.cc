@@ -79,6 +79,10 @@ void serveGuarded(struct soap* soap, const MarkupGuard& guard) {
 
 void configureContext(struct soap* soap) {
   soap_set_namespaces(soap, namespaces);
+  // Our messages are literal: no element refers to another. Not resolving the encoding's id
+  // and href references leaves out a class of hostile input: the fuzzer found an id attribute
+  // that makes the runtime copy a string onto itself.
+  soap_set_imode(soap, SOAP_XML_TREE);
   soap->maxlevel = kMaxNesting;
   soap->maxlength = kMaxTextLength;
   soap->maxoccurs = kMaxListItems;

@@ -187,10 +187,15 @@ def malformed_rows():
             b'="1"/></SOAP-ENV:Header><SOAP-ENV:Body>'), fault("understood|mustUnderstand")),
         ("undeclared prefix", None, envelope("<zz:getValue><zz:path>/A</zz:path></zz:getValue>"),
          fault()),
+        # References between elements are not followed: each reads as the empty text.
         ("reference to a missing id", None,
-         nsc1("getValues", '<nsc1:paths><nsc1:string href="#nowhere"/></nsc1:paths>'), fault()),
+         nsc1("getValues", '<nsc1:paths><nsc1:string href="#nowhere"/></nsc1:paths>'),
+         error_or_fault),
         ("reference to itself", None,
-         nsc1("getValue", '<nsc1:path id="a" href="#a"/>'), answered),
+         nsc1("getValue", '<nsc1:path id="a" href="#a"/>'), error_or_fault),
+        ("reference to another element", None, nsc1(
+            "getValues", '<nsc1:paths><nsc1:string href="#v"/><nsc1:string id="v">'
+            '/Meter1/Voltage</nsc1:string></nsc1:paths>'), answered),
         ("encoded array of a billion items", None, nsc1(
             "getValues", '<nsc1:paths xmlns:E="http://schemas.xmlsoap.org/soap/encoding/" '
             'E:arrayType="xsd:string[999999999]"><nsc1:string>/A</nsc1:string></nsc1:paths>'),
