@@ -20,11 +20,11 @@ bool looksNegativeNumber(const std::string& arg) {
   return rest == "inf" || rest == "infinity";
 }
 
-const OptionSpec* findOption(const Command& command, const std::string& name) {
-  static const OptionSpec kHelp{"--help", false};
+const OptionDef* findOption(const Command& command, const std::string& name) {
+  static const OptionDef kHelp{"--help", false};
   if (name == kHelp.name) return &kHelp;
-  for (const OptionSpec& spec : command.options) {
-    if (name == spec.name) return &spec;
+  for (const OptionDef& option : command.options) {
+    if (name == option.name) return &option;
   }
   return nullptr;
 }
@@ -59,12 +59,12 @@ ParsedArgs parseArgs(const Command& command, const std::vector<std::string>& arg
       value = arg.substr(eq + 1);
       inline_value = true;
     }
-    const OptionSpec* spec = findOption(command, name);
-    if (spec == nullptr) throw UsageError("unknown option " + name);
-    if (spec->takes_value && !inline_value) {
+    const OptionDef* option = findOption(command, name);
+    if (option == nullptr) throw UsageError("unknown option " + name);
+    if (option->takes_value && !inline_value) {
       if (i + 1 >= args.size()) throw UsageError("option " + name + " needs a value");
       value = args[++i];
-    } else if (!spec->takes_value && inline_value) {
+    } else if (!option->takes_value && inline_value) {
       throw UsageError("option " + name + " takes no value");
     }
     parsed.options[name] = value;

@@ -20,7 +20,7 @@ constexpr int kExitUsage = 2;    // bad arguments: unknown command or option, ba
 constexpr int kExitNoStore = 3;  // the store could not be opened
 
 // An option a command accepts: its spelling ("-l", "--max") and whether it takes a value.
-struct OptionSpec {
+struct OptionDef {
   const char* name;
   bool takes_value;
 };
@@ -68,7 +68,7 @@ struct Command {
   const char* name;
   const char* synopsis;  // the arguments after the name, for usage lines
   const char* help;      // the description printed by `cds COMMAND --help`
-  std::vector<OptionSpec> options;
+  std::vector<OptionDef> options;
   size_t min_args;
   size_t max_args;
   int (*run)(Context& ctx, const ParsedArgs& args);
