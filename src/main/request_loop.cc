@@ -2,6 +2,7 @@
 
 #include <fcgiapp.h>
 #include <fcntl.h>
+#include <strings.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -49,6 +50,17 @@ int sendToRequest(struct soap* soap, const char* data, size_t length) {
   if (length == 0) return SOAP_OK;
   int put = FCGX_PutStr(data, static_cast<int>(length), request->out);
   return put < 0 || FCGX_GetError(request->out) != 0 ? SOAP_EOF : SOAP_OK;
+}
+
+// The runtime's header writer, which postHeader wraps.
+int (*g_runtime_post_header)(struct soap*, const char*, const char*) = nullptr;
+
+// Writes one response header, leaving out "Connection". A FastCGI responder's headers are CGI
+// response headers, which carry no hop-by-hop fields, and the web server takes the runtime's
+// "Connection: close" as a request to close its client's connection after every answer.
+int postHeader(struct soap* soap, const char* key, const char* value) {
+  if (key != nullptr && strcasecmp(key, "Connection") == 0) return SOAP_OK;
+  return g_runtime_post_header(soap, key, value);
 }
 
 // Copies a FastCGI parameter into the environment and into `field` for this request.
@@ -134,6 +146,8 @@ int runRequestLoop(struct soap* soap) {
   FCGX_InitRequest(&request, -1, 0);  // the loop accepts on descriptor 0 itself
   soap->frecv = receiveFromRequest;
   soap->fsend = sendToRequest;
+  g_runtime_post_header = soap->fposthdr;
+  soap->fposthdr = postHeader;
 
   Server& server = serverOf(soap);
   server.current_request = &request;
