@@ -61,7 +61,7 @@ def wait_until(predicate, timeout=20.0, what="condition"):
 
 # --- FastCGI client ---------------------------------------------------------------------------
 
-_FCGI_BEGIN, _FCGI_END, _FCGI_PARAMS, _FCGI_STDIN, _FCGI_STDOUT, _FCGI_STDERR = 1, 3, 4, 5, 6, 7
+_FCGI_BEGIN, _FCGI_END, _FCGI_PARAMS, _FCGI_STDIN, _FCGI_STDOUT = 1, 3, 4, 5, 6
 
 
 def _record(kind, content, request_id=1):
@@ -80,10 +80,8 @@ def _name_value(name, value):
 
 
 class FcgiResponse:
-    def __init__(self, raw, stderr, app_status):
+    def __init__(self, raw):
         self.raw = raw
-        self.stderr = stderr
-        self.app_status = app_status
         head, _, self.body = raw.partition(b"\r\n\r\n")
         self.headers = {}
         self.status = 200
@@ -115,9 +113,8 @@ def fcgi_request(socket_path, body, params=None, timeout=30.0):
             pass  # the application may answer before reading a huge body
         # Output arrives in records of at most 64 KiB: joined once at the end, so that an answer
         # of many megabytes costs no more than its size.
-        stdout, stderr, status = [], [], None
-        buffer = b""
-        while status is None:
+        stdout, ended, buffer = [], False, b""
+        while not ended:
             try:
                 data = s.recv(65536)
             except ConnectionResetError:
@@ -133,21 +130,18 @@ def fcgi_request(socket_path, body, params=None, timeout=30.0):
                 buffer = buffer[8 + length + padding:]
                 if kind == _FCGI_STDOUT:
                     stdout.append(content)
-                elif kind == _FCGI_STDERR:
-                    stderr.append(content)
-                elif kind == _FCGI_END:
-                    status = struct.unpack(">I", content[:4])[0]
-        return FcgiResponse(b"".join(stdout), b"".join(stderr), status)
+                ended = ended or kind == _FCGI_END
+        return FcgiResponse(b"".join(stdout))
 
 
 # --- SOAP envelopes ---------------------------------------------------------------------------
 
-def envelope(body_xml, version=SOAP11, extra_ns=""):
-    """A SOAP envelope around `body_xml`, which may use the prefixes nsc1, nst1, nsc3, nsqv."""
+def envelope(body_xml):
+    """A SOAP 1.1 envelope around `body_xml`, which may use the prefixes nsc1, nst1, nsc3, nsqv."""
     decls = " ".join('xmlns:%s="%s"' % (p, NS[p]) for p in ("nsc1", "nst1", "nsc3", "nsqv"))
     return ('<?xml version="1.0" encoding="UTF-8"?>'
-            '<SOAP-ENV:Envelope xmlns:SOAP-ENV="%s" %s %s><SOAP-ENV:Body>%s</SOAP-ENV:Body>'
-            '</SOAP-ENV:Envelope>' % (version, decls, extra_ns, body_xml)).encode()
+            '<SOAP-ENV:Envelope xmlns:SOAP-ENV="%s" %s><SOAP-ENV:Body>%s</SOAP-ENV:Body>'
+            '</SOAP-ENV:Envelope>' % (SOAP11, decls, body_xml)).encode()
 
 
 def text_element(name, value):
@@ -190,11 +184,9 @@ class Gateway:
         self.dir = tempfile.mkdtemp(prefix="wsgate-e2e-")
         self.store = os.path.join(self.dir, "cds.db")
         self.socket = os.path.join(self.dir, "wsgated.socket")
-        self.clock_file = os.path.join(self.dir, "clock")
         self.process = None
         self.stderr_path = os.path.join(self.dir, "stderr.log")
-        self.env = dict(os.environ, CDS_PATH=self.store, WSGATED_SOCKET=self.socket,
-                        WSGATE_TEST_CLOCK=self.clock_file)
+        self.env = dict(os.environ, CDS_PATH=self.store, WSGATED_SOCKET=self.socket)
         if demo:
             self.cds("demo")
 
@@ -258,21 +250,13 @@ class Gateway:
         with open(self.stderr_path, "rb") as f:
             return f.read().decode(errors="replace")
 
-    def set_clock_offset(self, seconds):
-        """Moves the daemon's clocks (monotonic and UTC) by `seconds` from the real ones."""
-        with open(self.clock_file + ".tmp", "w") as f:
-            f.write("%d\n" % seconds)
-        os.replace(self.clock_file + ".tmp", self.clock_file)
+    def request(self, body, user=None, addr="127.0.0.1"):
+        """Sends `body` (a body XML text) in an envelope and returns the FcgiResponse."""
+        return fcgi_request(self.socket, envelope(body), {"REMOTE_USER": user, "REMOTE_ADDR": addr})
 
-    def request(self, body, user=None, addr="127.0.0.1", https=None, raw=False, **kw):
-        """Sends `body` (a body XML text, or bytes when raw) and returns the FcgiResponse."""
-        data = body if raw else envelope(body, **kw)
-        params = {"REMOTE_USER": user, "REMOTE_ADDR": addr, "HTTPS": https}
-        return fcgi_request(self.socket, data, params)
-
-    def call(self, body, user=None, **kw):
+    def call(self, body, user=None, addr="127.0.0.1"):
         """Sends `body` and returns the first element of the response body (fails on faults)."""
-        response = self.request(body, user=user, **kw)
+        response = self.request(body, user=user, addr=addr)
         fault = fault_of(response)
         if fault is not None:
             raise AssertionError("SOAP fault %r for %s" % (fault, body[:200]))
