@@ -159,16 +159,14 @@ def not_built_or(check):
 def malformed_rows():
     whole = seed("getValue")[1]
     rows = [("truncated at %d%%" % p, None, whole[:len(whole) * p // 100], fault())
-            for p in (5, 30, 60, 90, 99)]
+            for p in (5, 60, 99)]
     rows += [
         ("truncated in a tag name", None, whole[:whole.index(b"nsc1:path") + 6], fault()),
-        ("truncated in an attribute", None, whole[:whole.index(b"xmlns:nsc1=") + 20], fault()),
         # The runtime does not compare an end tag's name with its start tag's.
         ("mismatched end tag", None, whole.replace(b"</nsc1:path>", b"</nsc1:paht>"), answered),
         ("missing end tags", None, whole.replace(b"</nsc1:path>", b"").replace(
             b"</nsc1:getValue>", b""), fault()),
         ("not XML", None, b"\x00\x01\x02 binary \xff\xfe noise \x00", fault()),
-        ("only NUL bytes", None, b"\x00" * 100000, fault()),
         ("empty body", None, b"", fault()),
         ("wrong envelope namespace", None,
          whole.replace(b"http://schemas.xmlsoap.org/soap/envelope/", b"urn:not-soap"), fault()),
@@ -200,7 +198,6 @@ def malformed_rows():
             "getValues", '<nsc1:paths xmlns:E="http://schemas.xmlsoap.org/soap/encoding/" '
             'E:arrayType="xsd:string[999999999]"><nsc1:string>/A</nsc1:string></nsc1:paths>'),
          answered),
-        ("HTTP request line in the body", None, b"GET / HTTP/1.1\r\nHost: x\r\n\r\n", fault()),
     ]
     return rows
 
