@@ -100,7 +100,7 @@ TEST_F(ConnectionsTest, CallersNotSeenForMoreThanTenMinutesAreWithdrawn) {
   setMono(1001);
   recordCaller(server_, "10.1.1.2", "gone", false);  // seen at 1001
   sweep();                                           // publishes both
-  setMono(1601);  // 600 s after "gone"... and 601 s after "kept"
+  setMono(1601);                                     // 600 s after "gone"... and 601 s after "kept"
   recordCaller(server_, "10.1.1.2", "gone", false);  // refresh "gone" at 1601
   setMono(1602);
   std::string err = sweep();
@@ -131,11 +131,15 @@ TEST_F(ConnectionsTest, EntriesLeftByAnEarlierRunAreWithdrawn) {
 }
 
 TEST_F(ConnectionsTest, ShutdownWithdrawsEverything) {
+  EXPECT_EQ(server_.connxns.RemoveAllConnxns(), 0);  // nothing published yet
   recordCaller(server_, "10.0.0.6", "a", false);
   recordCaller(server_, "10.0.0.7", "b", true);
   sweep();
-  EXPECT_EQ(published().size(), 2u);
-  server_.connxns.RemoveAllConnxns();
+  EXPECT_EQ(published(), (std::vector<std::string>{"1", "2S"}));
+  EXPECT_EQ(leaf(std::string(kConnectionsPath) + "/2S/User"), "b");
+  EXPECT_NE(server_.connxns.RemoveConnxn("3"), 0);
+  EXPECT_NE(server_.connxns.AddConnxn("a/b", "", "", ""), 0);
+  EXPECT_EQ(server_.connxns.RemoveAllConnxns(), 0);
   EXPECT_TRUE(published().empty());
 }
 
