@@ -53,24 +53,15 @@ class CommandLineTest : public ::testing::Test {
   Server server_;
 };
 
-TEST_F(CommandLineTest, NoArgumentsKeepsDaemonModeAndDefaults) {
-  Parse p = parse(server_, {});
-  EXPECT_EQ(p.status, -1);
+TEST_F(CommandLineTest, OptionsSetTheirFieldsAndLaterOnesWin) {
+  EXPECT_EQ(parse(server_, {}).status, -1);
   EXPECT_TRUE(g_daemon_mode);
-  EXPECT_EQ(server_.delta_log_path, "./deadband.db");
-  EXPECT_EQ(server_.event_log_path, "./alarms.db");
-  EXPECT_EQ(server_.system_log_path, "./system.db");
-  EXPECT_EQ(server_.trend_log_path, "./interval-trends.db");
-  EXPECT_EQ(server_.max_records, 10000);
   EXPECT_EQ(server_.eventLogLimit(), 2500);
   EXPECT_EQ(server_.trendSnapshotLimit(), 833);
-  EXPECT_EQ(p.out, "");
-}
-
-TEST_F(CommandLineTest, OptionsSetTheirFieldsAndLaterOnesWin) {
-  Parse p = parse(server_, {"-d", "-h", "/a", "-a", "/b", "-s", "/c", "-t", "/d", "-m", "12x",
-                            "-p", "4096", "-c", "2", "-l", "3", "-h", "/e"});
+  Parse p = parse(server_, {"-d", "-h", "/a", "-a", "/b", "-s", "/c", "-t", "/d", "-m", "12x", "-p",
+                            "4096", "-c", "2", "-l", "3", "-h", "/e"});
   EXPECT_EQ(p.status, -1);
+  EXPECT_EQ(p.out, "");
   EXPECT_FALSE(g_daemon_mode);
   EXPECT_EQ(server_.delta_log_path, "/e");
   EXPECT_EQ(server_.event_log_path, "/b");
@@ -80,51 +71,38 @@ TEST_F(CommandLineTest, OptionsSetTheirFieldsAndLaterOnesWin) {
   EXPECT_EQ(server_.page_size, 4096);
   EXPECT_EQ(server_.cache_size, 2048u);
   EXPECT_EQ(server_.heap_limit, 3072u);
-}
-
-TEST_F(CommandLineTest, MaxRecordsZeroIsAcceptedNegativeAndTextAreBadFields) {
   EXPECT_EQ(parse(server_, {"-m", "0"}).status, -1);
   EXPECT_EQ(server_.max_records, 0);
-  for (const char* bad : {"-5", "abc"}) {
-    Parse p = parse(server_, {"-m", bad});
-    EXPECT_EQ(p.status, 1);
-    EXPECT_EQ(p.out, "Bad field: " + std::string(bad) + " \n" + usageText());
+}
+
+// Each refusal prints its lines, then the usage (whatever the settings, it shows the
+// defaults), and fails with 1.
+TEST_F(CommandLineTest, RefusalsPrintWhatIsWrongThenTheUsage) {
+  const std::string usage = usageText();
+  EXPECT_EQ(usage.rfind("Usage: wsgated [-d] [-h deltaLog]  [-a eventLog] \n", 0), 0u);
+  EXPECT_NE(usage.find("Deltas:10000, Events:2500, and Trend snapshots:833 \n"), std::string::npos);
+  const struct {
+    std::vector<std::string> args;
+    const char* out;
+    const char* err;
+  } cases[] = {
+      {{"-m", "-5"}, "Bad field: -5 \n", ""},
+      {{"-m", "abc"}, "Bad field: abc \n", ""},
+      {{"-p", "0"}, "Bad field: 0 \n", "Error: invalid page size: 0\n"},
+      {{"-c", "-3"}, "Bad field: -3 \n", "Error: invalid cache size: -3\n"},
+      {{"-l", "x"}, "Bad field: x \n", "Error: invalid heap limit: 0\n"},
+      {{"-d", "-h"}, "Missing field for: -h \n", ""},
+      {{"-h", ""}, "Bad field:  \n", ""},
+      {{"-x", "-d", "y"}, "Unknown parameter: -x \nUnknown parameter: y \n", ""},
+      // A later bad field still ends parsing at once, without the remembered usage.
+      {{"-x", "-m", "-1"}, "Unknown parameter: -x \nBad field: -1 \n", ""},
+  };
+  for (const auto& c : cases) {
+    Parse p = parse(server_, c.args);
+    EXPECT_EQ(p.status, 1) << c.out;
+    EXPECT_EQ(p.out, c.out + usage);
+    EXPECT_EQ(p.err, c.err);
   }
-}
-
-TEST_F(CommandLineTest, NonPositiveSizesPrintTheirOwnLineThenBadField) {
-  struct Case {
-    const char* option;
-    const char* value;
-    const char* line;
-  } cases[] = {{"-p", "0", "Error: invalid page size: 0\n"},
-               {"-c", "-3", "Error: invalid cache size: -3\n"},
-               {"-l", "x", "Error: invalid heap limit: 0\n"}};
-  for (const Case& c : cases) {
-    Parse p = parse(server_, {c.option, c.value});
-    EXPECT_EQ(p.status, 1) << c.option;
-    EXPECT_EQ(p.err, c.line);
-    EXPECT_EQ(p.out, "Bad field: " + std::string(c.value) + " \n" + usageText());
-  }
-}
-
-TEST_F(CommandLineTest, MissingAndEmptyValues) {
-  Parse missing = parse(server_, {"-d", "-h"});
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_EQ(missing.out, "Missing field for: -h \n" + usageText());
-
-  Parse empty = parse(server_, {"-h", ""});
-  EXPECT_EQ(empty.status, 1);
-  EXPECT_EQ(empty.out, "Bad field:  \n" + usageText());
-}
-
-TEST_F(CommandLineTest, UnknownArgumentsAreAllReportedBeforeTheUsage) {
-  Parse p = parse(server_, {"-x", "-d", "y"});
-  EXPECT_EQ(p.status, 1);
-  EXPECT_EQ(p.out, "Unknown parameter: -x \nUnknown parameter: y \n" + usageText());
-  // A later bad field still ends parsing at once, without the remembered usage.
-  Parse q = parse(server_, {"-x", "-m", "-1"});
-  EXPECT_EQ(q.out, "Unknown parameter: -x \nBad field: -1 \n" + usageText());
 }
 
 TEST_F(CommandLineTest, VersionWinsOverAnEarlierUnknownArgument) {
@@ -134,14 +112,6 @@ TEST_F(CommandLineTest, VersionWinsOverAnEarlierUnknownArgument) {
       << p.out;
   EXPECT_NE(p.out.find("\nBuild date: "), std::string::npos);
   EXPECT_NE(p.out.find("\n$Revision: 39934 $\n\n"), std::string::npos);
-}
-
-TEST_F(CommandLineTest, UsageShowsTheDefaultsWhateverTheSettings) {
-  std::string usage = usageText();
-  EXPECT_EQ(usage.rfind("Usage: wsgated [-d] [-h deltaLog]  [-a eventLog] \n", 0), 0u);
-  EXPECT_NE(usage.find("Deltas:10000, Events:2500, and Trend snapshots:833 \n"),
-            std::string::npos);
-  EXPECT_EQ(usage.substr(usage.size() - 3), "t\n\n");
 }
 
 }  // namespace

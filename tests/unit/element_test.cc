@@ -7,8 +7,6 @@
 #include <limits>
 #include <random>
 
-#include "platform/event.h"
-
 namespace {
 
 using toolkit::CElement;
@@ -127,24 +125,6 @@ TEST(ElementTest, SplitStringKeepsEmptyItems) {
   EXPECT_EQ(out, (std::vector<std::string>{"a", "", "b", ""}));
   CElement::split_string("one", out);
   EXPECT_EQ(out, (std::vector<std::string>{"one"}));
-}
-
-TEST(ElementTest, TypeNames) {
-  EXPECT_EQ(pcd_human_str_to_enum("integer"), DATA_TYPE_INT);
-  EXPECT_EQ(pcd_human_str_to_enum("TIMEVAL"), DATA_TYPE_TIMEVAL);
-  EXPECT_EQ(pcd_human_str_to_enum("Multistate"), DATA_TYPE_NONE);
-  EXPECT_EQ(pcd_human_str_to_enum(nullptr), DATA_TYPE_NONE);
-  EXPECT_STREQ(pcd_enum_to_str(DATA_TYPE_UINT64), "Unsigned64");
-  EXPECT_EQ(pcd_enum_to_str(DATA_TYPE_VALUE_TYPE), nullptr);
-  EXPECT_EQ(pcd_enum_to_str(static_cast<data_type_t>(42)), nullptr);
-}
-
-TEST(ElementTest, EventSourceString) {
-  std::string out = "old";
-  toolkit::CEvent::format_source_string(out, "Web-Services", "admin", "10.0.0.1");
-  EXPECT_EQ(out, "Web-Services:admin@10.0.0.1");
-  toolkit::CEvent::format_source_string(out, "app", nullptr, "");
-  EXPECT_EQ(out, "app:@");
 }
 
 }  // namespace

@@ -32,25 +32,14 @@ TEST(VtxTest, ConversionsRoundDownAndRoundTrip) {
   EXPECT_EQ(vtx_UNIXtoVTXtime64(nullptr), 0);
 }
 
-TEST(VtxTest, TestClockReplacesBothClocks) {
-  vtx_SetTestClock(1234567, 99);
-  vtx_time_t out = 0;
-  uint32_t mono = 0;
-  EXPECT_EQ(vtx_UTCtime(&out), 1234567);
-  EXPECT_EQ(out, 1234567);
-  EXPECT_EQ(vtx_UTCtime64(), 1234567);
-  EXPECT_EQ(vtx_GetMonoTime(&mono), 99u);
-  EXPECT_EQ(mono, 99u);
-  vtx_ClearTestClock();
-  EXPECT_GT(vtx_UTCtime64(), 1600000000000LL);
-}
-
 TEST(VtxTest, ClockFileShiftsBothClocksAtEveryCall) {
   TempStore dir;  // only for its temporary directory
   std::string file = dir.dir() + "/clock";
   ScopedEnv env("WSGATE_TEST_CLOCK", file);
   vtx_SetTestClock(1000000, 10);
-  EXPECT_EQ(vtx_UTCtime64(), 1000000);  // no file yet: nothing added
+  vtx_time_t out = 0;
+  EXPECT_EQ(vtx_UTCtime(&out), 1000000);  // no file yet: nothing added
+  EXPECT_EQ(out, 1000000);
   std::ofstream(file) << "600\n";
   EXPECT_EQ(vtx_UTCtime64(), 1600000);
   EXPECT_EQ(vtx_GetMonoTime(nullptr), 610u);
@@ -59,6 +48,7 @@ TEST(VtxTest, ClockFileShiftsBothClocksAtEveryCall) {
   std::ofstream(file) << "garbage";
   EXPECT_EQ(vtx_UTCtime64(), 1000000);
   vtx_ClearTestClock();
+  EXPECT_GT(vtx_UTCtime64(), 1600000000000LL);
 }
 
 class ZoneTest : public testing::Test {
