@@ -98,8 +98,11 @@ class CdsProcessTest : public StoreTest {
     ASSERT_NE(store.open(), nullptr) << pcd_last_error();
     cds.set_handle(store.handle());
   }
-  // Opens the store in a child that is about to exit; null when it cannot.
-  static pcd_handle_t openChild() { return pcd_init(0); }
+  // Opening the store fails with an error that names `fragment`.
+  void expectOpenFails(const std::string& fragment) {
+    EXPECT_EQ(store.open(), nullptr);
+    EXPECT_NE(std::string(pcd_last_error()).find(fragment), std::string::npos) << pcd_last_error();
+  }
 
   static std::string fileBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -114,7 +117,7 @@ TEST_F(CdsProcessTest, AWriteOfOneProcessIsSeenByAnother) {
   Child child([&]() {
     char byte;
     if (!go.readExactly(&byte, 1)) return 1;
-    pcd_handle_t h = openChild();
+    pcd_handle_t h = pcd_init(0);
     if (h == nullptr) return 2;
     toolkit::CCds c(h);
     api_status_t st;
@@ -142,7 +145,7 @@ TEST_F(CdsProcessTest, EveryAcknowledgedWriteSurvivesKillNine) {
   Pipe acks;
   Child child([&]() {
     acks.closeRead();
-    pcd_handle_t h = openChild();
+    pcd_handle_t h = pcd_init(0);
     if (h == nullptr) return 2;
     toolkit::CCds c(h);
     api_status_t st;
@@ -180,12 +183,10 @@ TEST_F(CdsProcessTest, EveryAcknowledgedWriteSurvivesKillNine) {
   }
 }
 
-TEST_F(CdsProcessTest, FilesThatAreNotStoresAreRefusedUnchanged) {
+TEST_F(CdsProcessTest, FilesThatAreNotStoresOrNewerOnesAreRefusedUnchanged) {
   const std::string garbage(4096, 'x');
   std::ofstream(store.path(), std::ios::binary) << garbage;
-  EXPECT_EQ(store.open(), nullptr);
-  EXPECT_NE(std::string(pcd_last_error()).find("not an SQLite database"), std::string::npos)
-      << pcd_last_error();
+  expectOpenFails("not an SQLite database");
   EXPECT_EQ(fileBytes(store.path()), garbage);
 
   unlink(store.path().c_str());
@@ -194,30 +195,21 @@ TEST_F(CdsProcessTest, FilesThatAreNotStoresAreRefusedUnchanged) {
   ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE theirs(x)", nullptr, nullptr, nullptr), SQLITE_OK);
   sqlite3_close(db);
   const std::string foreign = fileBytes(store.path());
-  EXPECT_EQ(store.open(), nullptr);
-  EXPECT_NE(std::string(pcd_last_error()).find("not a Data store"), std::string::npos)
-      << pcd_last_error();
+  expectOpenFails("not a Data store");
   EXPECT_EQ(fileBytes(store.path()), foreign);
 
-  ScopedEnv dir_as_store("CDS_PATH", store.dir());
-  EXPECT_EQ(store.open(), nullptr);
-  EXPECT_NE(std::string(pcd_last_error()).find(store.dir()), std::string::npos) << pcd_last_error();
-  ScopedEnv missing_dir("CDS_PATH", store.dir() + "/no/such/dir/cds.db");
-  EXPECT_EQ(store.open(), nullptr);
-  EXPECT_NE(std::string(pcd_last_error()).find("cannot open"), std::string::npos)
-      << pcd_last_error();
-}
-
-TEST_F(CdsProcessTest, ANewerSchemaIsRefused) {
-  openParent();
+  unlink(store.path().c_str());
+  ASSERT_NE(store.open(), nullptr);
   store.close();
-  sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open(store.path().c_str(), &db), SQLITE_OK);
   ASSERT_EQ(sqlite3_exec(db, "PRAGMA user_version = 99", nullptr, nullptr, nullptr), SQLITE_OK);
   sqlite3_close(db);
-  EXPECT_EQ(store.open(), nullptr);
-  EXPECT_NE(std::string(pcd_last_error()).find("schema version 99"), std::string::npos)
-      << pcd_last_error();
+  expectOpenFails("schema version 99");
+
+  ScopedEnv dir_as_store("CDS_PATH", store.dir());
+  expectOpenFails(store.dir());
+  ScopedEnv missing_dir("CDS_PATH", store.dir() + "/no/such/dir/cds.db");
+  expectOpenFails("cannot open");
 }
 
 TEST_F(CdsProcessTest, AnUnreadableFileIsRefused) {
@@ -271,8 +263,7 @@ TEST_F(CdsProcessTest, AStoreLockedBeyondTheTimeOutIsRefusedThenUsable) {
   ASSERT_TRUE(locked.readExactly(&byte, 1));
   {
     ScopedEnv timeout("CDS_BUSY_TIMEOUT_MS", "100");
-    EXPECT_EQ(store.open(), nullptr);
-    EXPECT_NE(std::string(pcd_last_error()).find("locked"), std::string::npos) << pcd_last_error();
+    expectOpenFails("locked");
   }
   ASSERT_TRUE(release.writeAll("x", 1));
   EXPECT_EQ(child.wait(), 0);
