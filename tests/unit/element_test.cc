@@ -115,6 +115,7 @@ TEST(ElementTest, ConvertTypeSucceedsOnlyWhenTheValueFits) {
   b.set_bool(true);
   ASSERT_EQ(b.convert_type(DATA_TYPE_STRING), 0);
   EXPECT_EQ(b, CElement("true"));
+  EXPECT_EQ(pcd_enum_to_str(DATA_TYPE_VALUE_TYPE), nullptr);  // the sentinel has no name
 }
 
 TEST(ElementTest, SplitStringKeepsEmptyItems) {

@@ -84,7 +84,7 @@ TEST_F(PathTest, NormalizeIsIdempotentAndHandlesHugePaths) {
   EXPECT_EQ(p.getPath(), "/Dev/Temp/Value");
   EXPECT_EQ(p.getSubAttribute(), ".Time");
   EXPECT_EQ(p.getNodePath(), "/Dev/Temp");
-  EXPECT_EQ(p.getNewPathStr("Writable"), "/Dev/Temp/Writable");
+  EXPECT_EQ(p.getNewPath("Writable").getPath(), "/Dev/Temp/Writable");
   EXPECT_EQ(CPath("/NodeType").getNewPathStr("DisplayName"), "/DisplayName");
 
   std::string huge;

@@ -34,6 +34,7 @@ TEST(WriteConversionTest, EachTypeAtItsLimits) {
       {"inf", DATA_TYPE_REAL, refused + "inf"},
       {"-inf", DATA_TYPE_REAL, "-inf"},
       {"nan", DATA_TYPE_REAL, refused + "nan"},
+      {"", DATA_TYPE_REAL, "0"},
       {"False", DATA_TYPE_BOOL, "false"},
       {"1", DATA_TYPE_BOOL, refused + "1"},
       {"x", DATA_TYPE_INT64, refused + "x"},
@@ -46,6 +47,16 @@ TEST(WriteConversionTest, EachTypeAtItsLimits) {
     convertText(value, type, parseOptions(nullptr), result);
     EXPECT_EQ(result, expected) << text << " as " << type;
   }
+}
+
+// Booleans are marked as having state texts like multistate values; an unknown type name
+// falls back to String.
+TEST(WriteConversionTest, ValueTypeNamesMarkStateTexts) {
+  bool mark = false;
+  EXPECT_EQ(valueTypeFromName("Boolean", mark), DATA_TYPE_BOOL);
+  EXPECT_TRUE(mark);
+  EXPECT_EQ(valueTypeFromName("Gibberish", mark), DATA_TYPE_STRING);
+  EXPECT_FALSE(mark);
 }
 
 class WriteTest : public ValuesTest {
