@@ -23,6 +23,8 @@ class DispatchTest(GatewayTestCase):
         response = self.gw.request("<nsqv:whoAmI><options/></nsqv:whoAmI>", user="alice")
         self.assertTrue(response.raw.startswith(b"Status: 200 OK\r\n"), response.raw[:80])
         self.assertIn("text/xml", response.headers["content-type"])
+        # No hop-by-hop header: the web server would close its client's connection.
+        self.assertNotIn("connection", response.headers)
         self.assertEqual(list(body_of(response.xml()))[0].findtext("result"), "alice")
         # The variable is gone again after the request: an anonymous call sees nothing.
         self.assertEqual(self.gw.call("<nsqv:whoAmI/>").findtext("result"), "")
@@ -55,6 +57,40 @@ class DispatchTest(GatewayTestCase):
                            "nsc1"):
                 self.assertIn('xmlns:%s="' % prefix, raw)
             self.assertLess(raw.index("xmlns:nst1"), raw.index("xmlns:nsc1"))
+
+
+class ConnectionRegistryTest(GatewayTestCase):
+    """Callers are published under the Connections node by the sweep and withdrawn after ten
+    minutes; the daemon's clock is moved through its test-clock file instead of waiting."""
+
+    demo = False
+    CONNECTIONS = APP + "/Connections"
+
+    def children(self):
+        return [n for n in self.gw.get(self.CONNECTIONS + ":Children").split(";") if n]
+
+    def sweep_at(self, offset):
+        """Moves the clock and sends a request after which the loop runs its sweep."""
+        self.gw.set_clock_offset(offset)
+        self.gw.request("<nsqv:whoAmI/>")
+
+    def test_callers_are_published_and_time_out(self):
+        self.gw.cds("mkdir", self.CONNECTIONS + "/99")  # left over from an earlier run
+        self.gw.request("<nsqv:whoAmI/>", user="op", addr="127.0.0.1")
+        self.gw.request("<nsqv:whoAmI/>", user="admin", addr="127.0.0.1", https="on")
+        self.gw.request("<nsqv:whoAmI/>", user="op", addr="127.0.0.1")  # same caller again
+        # The sweep runs after the response has gone out: wait for its writes.
+        self.sweep_at(61)
+        wait_until(lambda: sorted(self.children()) == ["1", "2S"], what="the published callers")
+        self.assertEqual(self.gw.get(self.CONNECTIONS + "/2S/User"), "admin")
+        err = self.gw.stderr_text()
+        self.assertIn("New wsgated connection 1 for 127.0.0.1op \n", err)
+        self.assertIn("New wsgated connection 2S for 127.0.0.1adminS \n", err)
+        self.assertIn("Unexpected removal of connection %s 99 \n" % self.CONNECTIONS, err)
+
+        self.sweep_at(61 + 60 + 601)
+        wait_until(lambda: self.children() == [], what="the callers to time out")
+        self.assertIn("Timed out connection 2S for 127.0.0.1 \n", self.gw.stderr_text())
 
 
 class HostileConnectionTest(GatewayTestCase):

@@ -186,7 +186,9 @@ class Gateway:
         self.socket = os.path.join(self.dir, "wsgated.socket")
         self.process = None
         self.stderr_path = os.path.join(self.dir, "stderr.log")
-        self.env = dict(os.environ, CDS_PATH=self.store, WSGATED_SOCKET=self.socket)
+        self.clock_file = os.path.join(self.dir, "clock")
+        self.env = dict(os.environ, CDS_PATH=self.store, WSGATED_SOCKET=self.socket,
+                        WSGATE_TEST_CLOCK=self.clock_file)
         if demo:
             self.cds("demo")
 
@@ -250,9 +252,16 @@ class Gateway:
         with open(self.stderr_path, "rb") as f:
             return f.read().decode(errors="replace")
 
-    def request(self, body, user=None, addr="127.0.0.1"):
+    def set_clock_offset(self, seconds):
+        """Moves the daemon's clocks (monotonic and UTC) `seconds` ahead of the real ones."""
+        with open(self.clock_file + ".tmp", "w") as f:
+            f.write("%d\n" % seconds)
+        os.replace(self.clock_file + ".tmp", self.clock_file)
+
+    def request(self, body, user=None, addr="127.0.0.1", https=None):
         """Sends `body` (a body XML text) in an envelope and returns the FcgiResponse."""
-        return fcgi_request(self.socket, envelope(body), {"REMOTE_USER": user, "REMOTE_ADDR": addr})
+        return fcgi_request(self.socket, envelope(body),
+                            {"REMOTE_USER": user, "REMOTE_ADDR": addr, "HTTPS": https})
 
     def call(self, body, user=None, addr="127.0.0.1"):
         """Sends `body` and returns the first element of the response body (fails on faults)."""
