@@ -224,6 +224,31 @@ pcd_handle_t pcd_init(int flags) {
   return c.release();
 }
 
+namespace toolkit {
+
+CReadBatch::CReadBatch(CCds& cds) : handle_(cds.handle()) {
+  if (handle_ == nullptr) return;
+  // A deferred BEGIN: the snapshot and its locks are taken by the first read.
+  if (handle_->read_batches == 0) {
+    store::Stmt begin(store::prepare(handle_, "BEGIN"));
+    if (!begin.ok() || begin.step() != SQLITE_DONE) {
+      handle_ = nullptr;  // reads run one by one, as without a batch
+      return;
+    }
+  }
+  ++handle_->read_batches;
+}
+
+CReadBatch::~CReadBatch() {
+  if (handle_ == nullptr || --handle_->read_batches > 0) return;
+  if (sqlite3_get_autocommit(handle_->db) == 0) {
+    store::Stmt end(store::prepare(handle_, "COMMIT"));
+    if (end.ok()) end.step();
+  }
+}
+
+}  // namespace toolkit
+
 void pcd_close(pcd_handle_t handle) {
   // A handle closed twice (or never opened) is ignored rather than freed again.
   auto it = std::find(g_open.begin(), g_open.end(), handle);

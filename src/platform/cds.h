@@ -202,6 +202,23 @@ class CCds {
   pcd_handle_t handle_ = nullptr;
 };
 
+// One read snapshot of the store across several calls of a client, for the life of the
+// object: the calls (and the path checks and rights of the process, when the client's handle
+// is the default one) see one state, and the database's locks are taken once instead of
+// once per call, which is most of the cost of many small reads. Only reads may run while it
+// is held: a call that writes fails (FAILED). Objects may nest; the outermost one ends the
+// snapshot. Without a connection it does nothing.
+class CReadBatch {
+ public:
+  explicit CReadBatch(CCds& cds);
+  ~CReadBatch();
+  CReadBatch(const CReadBatch&) = delete;
+  CReadBatch& operator=(const CReadBatch&) = delete;
+
+ private:
+  pcd_handle_t handle_;
+};
+
 }  // namespace toolkit
 
 #endif  // WSGATE_PLATFORM_CDS_H

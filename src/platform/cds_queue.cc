@@ -175,16 +175,17 @@ int CCds::watchdog_register(api_status_t& status, const std::string& name, unsig
   pcd_connection* c = store::begin_call(handle_);
   if (c == nullptr) return kCallFailed;
   if (name.empty()) return 0;
+  store::Transaction tx(c, true);
   store::Stmt q(store::prepare(c,
                                "INSERT OR REPLACE INTO watchdogs(name, period, enabled, pid, "
                                "last_ping) VALUES(?1, ?2, ?3, ?4, ?5)"));
-  if (!q.ok()) return kCallFailed;
+  if (!tx.ok() || !q.ok()) return kCallFailed;
   q.bind(1, name);
   q.bind(2, int64_t{period});
   q.bind(3, int64_t{enabled});
   q.bind(4, int64_t{getpid()});
   q.bind(5, vtx_UTCtime64());
-  if (q.step() != SQLITE_DONE) return kCallFailed;
+  if (q.step() != SQLITE_DONE || !tx.commit()) return kCallFailed;
   c->watchdog = name;
   status = API_STATUS_OK;
   return 0;
@@ -193,11 +194,13 @@ int CCds::watchdog_register(api_status_t& status, const std::string& name, unsig
 int CCds::watchdog_ping() {
   pcd_connection* c = store::begin_call(handle_);
   if (c == nullptr || c->watchdog.empty()) return kCallFailed;
+  store::Transaction tx(c, true);
   store::Stmt q(store::prepare(c, "UPDATE watchdogs SET last_ping = ?2 WHERE name = ?1"));
-  if (!q.ok()) return kCallFailed;
+  if (!tx.ok() || !q.ok()) return kCallFailed;
   q.bind(1, c->watchdog);
   q.bind(2, vtx_UTCtime64());
-  return q.step() == SQLITE_DONE && sqlite3_changes(c->db) > 0 ? 0 : kCallFailed;
+  bool pinged = q.step() == SQLITE_DONE && sqlite3_changes(c->db) > 0;
+  return pinged && tx.commit() ? 0 : kCallFailed;
 }
 
 int CCds::watchdog_clear(api_status_t& status) {
@@ -208,11 +211,14 @@ int CCds::watchdog_clear(api_status_t& status) {
     status = API_STATUS_NO_LEAF;
     return 0;
   }
+  store::Transaction tx(c, true);
   store::Stmt q(store::prepare(c, "DELETE FROM watchdogs WHERE name = ?1"));
-  if (!q.ok()) return kCallFailed;
+  if (!tx.ok() || !q.ok()) return kCallFailed;
   q.bind(1, c->watchdog);
   if (q.step() != SQLITE_DONE) return kCallFailed;
-  status = sqlite3_changes(c->db) > 0 ? API_STATUS_OK : API_STATUS_NO_LEAF;
+  bool removed = sqlite3_changes(c->db) > 0;
+  if (!tx.commit()) return kCallFailed;
+  status = removed ? API_STATUS_OK : API_STATUS_NO_LEAF;
   c->watchdog.clear();
   return 0;
 }

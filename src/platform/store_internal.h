@@ -88,6 +88,9 @@ struct pcd_connection {
   std::vector<toolkit::right_rule_t> rules;
   // The name this client registered its watchdog under ("" when none).
   std::string watchdog;
+  // Open toolkit::CReadBatch objects; while above 0 a read snapshot is open and every call
+  // runs inside it.
+  int read_batches = 0;
 
   ~pcd_connection();
 };
@@ -101,7 +104,8 @@ sqlite3_stmt* prepare(pcd_connection* c, const char* sql);
 
 // A transaction around one multi-item call: BEGIN IMMEDIATE for writes (the write lock is
 // taken at once, so the busy time-out applies there and never half-way through), plain
-// BEGIN for reads. Rolled back unless committed.
+// BEGIN for reads. Rolled back unless committed. Inside a read batch a read joins the
+// batch's snapshot (nothing to begin or commit) and a write fails.
 class Transaction {
  public:
   Transaction(pcd_connection* c, bool write);
@@ -117,6 +121,7 @@ class Transaction {
  private:
   pcd_connection* c_;
   bool active_ = false;
+  bool joined_ = false;  // part of the connection's read batch
 };
 
 // The common course of a call on one node or leaf path: take the connection, parse the

@@ -52,13 +52,18 @@ sqlite3_stmt* prepare(pcd_connection* c, const char* sql) {
 }
 
 Transaction::Transaction(pcd_connection* c, bool write) : c_(c) {
+  if (c_->read_batches > 0) {
+    joined_ = !write;
+    active_ = joined_;
+    return;
+  }
   const char* sql = write ? "BEGIN IMMEDIATE" : "BEGIN";
   Stmt begin(prepare(c_, sql));
   active_ = begin.ok() && begin.step() == SQLITE_DONE;
 }
 
 Transaction::~Transaction() {
-  if (active_ && alive()) {
+  if (active_ && !joined_ && alive()) {
     Stmt rollback(prepare(c_, "ROLLBACK"));
     if (rollback.ok()) rollback.step();
   }
@@ -73,6 +78,7 @@ bool Transaction::commit() {
     active_ = false;
     return false;
   }
+  if (joined_) return true;  // the batch ends the snapshot
   Stmt commit(prepare(c_, "COMMIT"));
   if (!commit.ok() || commit.step() != SQLITE_DONE) return false;  // the destructor rolls back
   active_ = false;

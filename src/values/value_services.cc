@@ -1,6 +1,8 @@
 // The value operations of the core namespace: reading, arrays and writing. Each parses its
 // options, runs the shared core and puts the result into the response; errors travel in
 // the result texts, so every operation succeeds except a write without the write right.
+// The reads run in one snapshot of the store: a consistent answer, and the store's locks
+// taken once per request rather than once per path check, rights look-up and read.
 #include "main/server_state.h"
 #include "service/errors.h"
 #include "soapH.h"
@@ -21,6 +23,7 @@ std::string* newText(struct soap* soap, std::string text) {
 
 int __nsc1__getValue(struct soap* soap, _nsc1__getValue* request,
                      _nsc1__getValueResponse& response) {
+  toolkit::CReadBatch snapshot(serverOf(soap).cds);
   const RequestOptions options = parseOptions(request->options);
   std::string text;
   if (request->path == nullptr) {
@@ -34,6 +37,7 @@ int __nsc1__getValue(struct soap* soap, _nsc1__getValue* request,
 
 int __nsc1__getValues(struct soap* soap, _nsc1__getValues* request,
                       _nsc1__getValuesResponse& response) {
+  toolkit::CReadBatch snapshot(serverOf(soap).cds);
   const RequestOptions options = parseOptions(request->options);
   if (request->paths == nullptr) {
     response.getValuesResult.emplace_back();
@@ -46,6 +50,7 @@ int __nsc1__getValues(struct soap* soap, _nsc1__getValues* request,
 
 int __nsc1__getRelativeValues(struct soap* soap, _nsc1__getRelativeValues* request,
                               _nsc1__getRelativeValuesResponse& response) {
+  toolkit::CReadBatch snapshot(serverOf(soap).cds);
   const RequestOptions options = parseOptions(request->options);
   std::vector<std::string> paths;
   if (request->basePath != nullptr) {
@@ -60,6 +65,7 @@ int __nsc1__getRelativeValues(struct soap* soap, _nsc1__getRelativeValues* reque
 
 int __nsc1__getArray(struct soap* soap, _nsc1__getArray* request,
                      _nsc1__getArrayResponse& response) {
+  toolkit::CReadBatch snapshot(serverOf(soap).cds);
   const RequestOptions options = parseOptions(request->options);
   readArray(serverOf(soap).cds, request->path, options, response.getArrayResult);
   return SOAP_OK;
@@ -67,6 +73,7 @@ int __nsc1__getArray(struct soap* soap, _nsc1__getArray* request,
 
 int __nsc1__getArrayRange(struct soap* soap, _nsc1__getArrayRange* request,
                           _nsc1__getArrayRangeResponse& response) {
+  toolkit::CReadBatch snapshot(serverOf(soap).cds);
   const RequestOptions options = parseOptions(request->options);
   std::vector<std::string>& items = response.getArrayRangeResult;
   readArray(serverOf(soap).cds, request->path, options, items);
@@ -78,6 +85,7 @@ int __nsc1__getArrayRange(struct soap* soap, _nsc1__getArrayRange* request,
 
 int __nsc1__getArraySize(struct soap* soap, _nsc1__getArraySize* request,
                          _nsc1__getArraySizeResponse& response) {
+  toolkit::CReadBatch snapshot(serverOf(soap).cds);
   const RequestOptions options = parseOptions(request->options);
   std::vector<std::string> items;
   readArray(serverOf(soap).cds, request->path, options, items);

@@ -308,6 +308,41 @@ TEST_F(CdsTest, ASecondConnectionIsTheDefaultAndItsRuleChangesAreSeen) {
   EXPECT_EQ(rights, "rw");
 }
 
+TEST_F(CdsTest, AReadBatchSeesOneSnapshotAndRefusesWrites) {
+  addNode("/A");
+  CElement one;
+  one.set_int(1);
+  set("/A/Value", one);
+  pcd_handle_t other = pcd_init(0);
+  ASSERT_NE(other, nullptr);
+  toolkit::CCds writer(other);
+  CElement two;
+  two.set_int(2);
+  api_status_t st;
+  {
+    toolkit::CReadBatch outer(cds);
+    EXPECT_EQ(get("/A/Value").to_int(), 1);
+    {
+      toolkit::CReadBatch inner(cds);  // nests
+      EXPECT_EQ(writer.set_leaf("/A/Value", two, st, false, "other"), 0);
+      EXPECT_EQ(st, API_STATUS_OK);
+      EXPECT_EQ(get("/A/Value").to_int(), 1);  // still the snapshot
+    }
+    std::vector<api_status_t> statuses;
+    std::vector<CElement> values;
+    std::vector<element_property_t> props;
+    ASSERT_EQ(cds.get_leaves({"/A/Value", "/A/Nope"}, statuses, values, props), 0);
+    EXPECT_EQ(values[0].to_int(), 1);
+    EXPECT_EQ(statuses[1], API_STATUS_NO_LEAF);
+    cds.set_leaf("/A/Value", one, st, false, "test");
+    EXPECT_EQ(st, API_STATUS_FAILED);
+    EXPECT_NE(cds.watchdog_register(st, "w", 90, true), 0);
+  }
+  EXPECT_EQ(get("/A/Value").to_int(), 2);  // the snapshot has ended
+  set("/A/Value", one);
+  pcd_close(other);
+}
+
 TEST_F(CdsTest, EventsSyslogAndWatchdog) {
   toolkit::CEvent e;
   e.kind = toolkit::CEvent::kKindAlarm;
