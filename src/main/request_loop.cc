@@ -75,9 +75,9 @@ void takeParameter(FCGX_Request& request, const char* name, char* field, const c
 
 // Moves the listening socket to descriptor 0, where the FastCGI library expects it.
 //
-// The socket is non-blocking: FCGX_Accept_r accepts again by itself when a caller's request
-// cannot be read, and on a blocking socket it would then wait in accept() for the next
-// caller, with no termination check, sweep or watchdog ping meanwhile.
+// The socket is non-blocking: a caller that select() reported may be gone by the time the
+// loop accepts, and a blocking accept() would then wait for the next caller, with no
+// termination check, sweep or watchdog ping meanwhile.
 int listenOnDescriptorZero(const char* path) {
   int fd = FCGX_OpenSocket(path, kBacklog);
   if (fd == -1) return -1;
