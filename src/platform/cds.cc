@@ -208,6 +208,7 @@ pcd_handle_t pcd_init(int flags) {
     return nullptr;
   }
   auto c = std::make_unique<pcd_connection>();
+  c->owner = getpid();
   c->path = storePath();
   const int timeout_ms = busyTimeoutMs();
   int rc =
@@ -227,7 +228,10 @@ pcd_handle_t pcd_init(int flags) {
 namespace toolkit {
 
 CReadBatch::CReadBatch(CCds& cds) : handle_(cds.handle()) {
-  if (handle_ == nullptr) return;
+  if (handle_ == nullptr || !store::ownedHere(handle_)) {
+    handle_ = nullptr;
+    return;
+  }
   // A deferred BEGIN: the snapshot and its locks are taken by the first read.
   if (handle_->read_batches == 0) {
     store::Stmt begin(store::prepare(handle_, "BEGIN"));
@@ -254,6 +258,12 @@ void pcd_close(pcd_handle_t handle) {
   auto it = std::find(g_open.begin(), g_open.end(), handle);
   if (it == g_open.end()) return;
   g_open.erase(it);
+  // A connection inherited across fork() is forgotten, not closed: closing it here could
+  // check the log into the file and remove it under the process that really owns it.
+  if (handle->owner != getpid()) {
+    handle->db = nullptr;
+    handle->statements.forget();
+  }
   delete handle;
 }
 

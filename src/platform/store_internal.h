@@ -4,6 +4,7 @@
 #define WSGATE_PLATFORM_STORE_INTERNAL_H
 
 #include <sqlite3.h>
+#include <sys/types.h>
 
 #include <cstdint>
 #include <optional>
@@ -33,6 +34,9 @@ class StatementCache {
   // The statement for `sql`, prepared on first use; null when it does not compile.
   sqlite3_stmt* get(sqlite3* db, const char* sql);
   void clear();
+  // Drops the statements without finalizing them: those of a connection that belongs to
+  // another process (see pcd_close).
+  void forget() { statements_.clear(); }
 
  private:
   std::unordered_map<const char*, sqlite3_stmt*> statements_;
@@ -77,6 +81,8 @@ class Stmt {
 struct pcd_connection {
   sqlite3* db = nullptr;
   std::string path;
+  // The process that opened the connection: the only one that may use or close it.
+  pid_t owner = 0;
   store::StatementCache statements;
   // Test hook (pcd_inject_failure).
   int inject_skip = 0;
@@ -97,9 +103,13 @@ struct pcd_connection {
 
 namespace store {
 
-// The connection to use for one CCds call: null when there is none or when the failure
-// test hook decides that this call fails.
+// The connection to use for one CCds call: null when there is none, when the failure
+// test hook decides that this call fails, or when the connection belongs to another process
+// (it was carried across a fork; that process is told so on stderr, once).
 pcd_connection* begin_call(pcd_handle_t handle);
+// True when `c` was opened by this process; otherwise says so on stderr (once per
+// connection) and returns false.
+bool ownedHere(pcd_connection* c);
 sqlite3_stmt* prepare(pcd_connection* c, const char* sql);
 
 // A transaction around one multi-item call: BEGIN IMMEDIATE for writes (the write lock is

@@ -1,6 +1,10 @@
 // The SQLite helpers behind toolkit::CCds: statement cache, transactions, path syntax and
 // the value encoding.
+#include <unistd.h>
+
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 
 #include "platform/store_internal.h"
@@ -34,8 +38,24 @@ void StatementCache::clear() {
   statements_.clear();
 }
 
+bool ownedHere(pcd_connection* c) {
+  if (c->owner == getpid()) return true;
+  // SQLite's locks and shared memory belong to the process that opened the file: a child
+  // that went on using its parent's connection would read and write a private copy of the
+  // store's state, and neither process would see what the other wrote.
+  static std::vector<const pcd_connection*> told;
+  if (std::find(told.begin(), told.end(), c) == told.end()) {
+    told.push_back(c);
+    fprintf(stderr,
+            "Data store %s: connection opened by process %ld refused in process %ld; open the "
+            "store after fork()\n",
+            c->path.c_str(), static_cast<long>(c->owner), static_cast<long>(getpid()));
+  }
+  return false;
+}
+
 pcd_connection* begin_call(pcd_handle_t handle) {
-  if (handle == nullptr) return nullptr;
+  if (handle == nullptr || !ownedHere(handle)) return nullptr;
   if (handle->inject_count > 0) {
     if (handle->inject_skip > 0) {
       --handle->inject_skip;

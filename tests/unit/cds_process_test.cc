@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <sstream>
@@ -139,6 +140,37 @@ TEST_F(CdsProcessTest, AWriteOfOneProcessIsSeenByAnother) {
   EXPECT_EQ(st, API_STATUS_OK);
   EXPECT_EQ(v.to_string(), "from the child");
   EXPECT_EQ(child.wait(), 0);
+}
+
+// A connection carried into a child by fork() is refused there (every call fails, and the
+// child is told why), and the child's close leaves the parent's connection working.
+TEST_F(CdsProcessTest, AConnectionThatCrossedAForkIsRefusedInTheChild) {
+  openParent();
+  api_status_t st;
+  ASSERT_EQ(cds.add_node("/Before", st, "parent"), 0);
+  Pipe err;
+  Child child([&]() {
+    dup2(err.writeFd(), 2);
+    CElement v;
+    element_property_t prop;
+    api_status_t child_st = API_STATUS_OK;
+    const bool refused = cds.get_leaf("/Before/Children", child_st, v, prop) != 0 &&
+                         child_st == API_STATUS_FAILED &&
+                         cds.add_node("/FromChild", child_st, "child") != 0;
+    { toolkit::CReadBatch batch(cds); }
+    pcd_close(cds.handle());
+    return refused ? 0 : 1;
+  });
+  EXPECT_EQ(child.wait(), 0);
+  err.closeWrite();
+  char text[512] = {};
+  ASSERT_GT(read(err.readFd(), text, sizeof text - 1), 0);
+  EXPECT_NE(std::string(text).find("open the store after fork()"), std::string::npos) << text;
+  EXPECT_EQ(std::string(text).find('\n'), strlen(text) - 1) << "said more than once: " << text;
+  EXPECT_EQ(cds.test_node("/FromChild", st), 0);
+  EXPECT_EQ(st, API_STATUS_NO_NODE);
+  ASSERT_EQ(cds.set_leaf("/Before/Value", CElement("after"), st, false, "parent"), 0);
+  EXPECT_EQ(st, API_STATUS_OK);
 }
 
 TEST_F(CdsProcessTest, EveryAcknowledgedWriteSurvivesKillNine) {
