@@ -1,28 +1,28 @@
 #include "main/command_line.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
 #include "main/server_state.h"
-#include "stdsoap2.h"
 
 namespace {
 
 constexpr const char* kVersion = "2.0.0";
 
-// The runtime's version number, 208124 for 2.8.124.
-void printSoapVersion(FILE* out) {
-  fprintf(out, "gsoap: version %d.%d.%d\n", GSOAP_VERSION / 100000, GSOAP_VERSION / 1000 % 100,
-          GSOAP_VERSION % 1000);
-}
+// The version texts are fixed: gateway tooling compares them, so the runtime's own
+// version is deliberately not what "-v" reports.
+constexpr const char* kSoapVersion = "2.7.12";
 
 // -m: decimal digits with anything after them (12x gives 12, deliberately accepted);
-// negative numbers and texts without a digit are refused.
+// negative numbers and texts without a digit are refused. A number beyond the 32-bit field
+// means "as many as there are" and is kept as the largest one.
 bool parseMaxRecords(const char* text, int32_t& value) {
   char* end = nullptr;
   long v = strtol(text, &end, 10);
-  if (end == text || v < 0 || v > INT32_MAX) return false;
-  value = static_cast<int32_t>(v);
+  if (end == text || v < 0) return false;
+  value = static_cast<int32_t>(std::min<long>(v, INT32_MAX));
   return true;
 }
 
@@ -60,12 +60,12 @@ void printUsage(FILE* out) {
 
 void printVersion(const char* program, FILE* out) {
   fprintf(out, "%s: version %s\n", program, kVersion);
-  printSoapVersion(out);
+  fprintf(out, "gsoap: version %s\n", kSoapVersion);
   fprintf(out, "Build date: %s %s\n", __DATE__, __TIME__);
   fputs("$Revision: 39934 $\n\n", out);
 }
 
-int parseCommandLine(int argc, char** argv, Server& server, FILE* out, FILE* err) {
+int parseCommandLine(int argc, char** argv, LogSettings& logs, FILE* out, FILE* err) {
   bool unknown = false;
   for (int i = 1; i < argc; ++i) {
     const char* arg = argv[i];
@@ -95,22 +95,22 @@ int parseCommandLine(int argc, char** argv, Server& server, FILE* out, FILE* err
     if (good) {
       int number = 0;
       switch (arg[1]) {
-        case 'h': server.delta_log_path = value; break;
-        case 'a': server.event_log_path = value; break;
-        case 's': server.system_log_path = value; break;
-        case 't': server.trend_log_path = value; break;
-        case 'm': good = parseMaxRecords(value, server.max_records); break;
+        case 'h': logs.delta_log_path = value; break;
+        case 'a': logs.event_log_path = value; break;
+        case 's': logs.system_log_path = value; break;
+        case 't': logs.trend_log_path = value; break;
+        case 'm': good = parseMaxRecords(value, logs.max_records); break;
         case 'p':
           good = parsePositive(value, "page size", number, err);
-          if (good) server.page_size = number;
+          if (good) logs.page_size = number;
           break;
         case 'c':
           good = parsePositive(value, "cache size", number, err);
-          if (good) server.cache_size = static_cast<uint32_t>(number) * 1024u;
+          if (good) logs.cache_size = static_cast<uint32_t>(number) * 1024u;
           break;
         case 'l':
           good = parsePositive(value, "heap limit", number, err);
-          if (good) server.heap_limit = static_cast<uint32_t>(number) * 1024u;
+          if (good) logs.heap_limit = static_cast<uint32_t>(number) * 1024u;
           break;
       }
     }

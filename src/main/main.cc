@@ -9,7 +9,7 @@
 #include "main/process.h"
 #include "main/request_loop.h"
 #include "main/server_state.h"
-#include "service/serve.h"
+#include "main/serve.h"
 #include "soapH.h"
 
 namespace {
@@ -49,14 +49,17 @@ int main(int argc, char** argv) {
   installCrashReporter();
 
   Server server;
-  int parsed = parseCommandLine(argc, argv, server, stdout, stderr);
+  int parsed = parseCommandLine(argc, argv, server.logs, stdout, stderr);
   if (parsed >= 0) return parsed;
 
   if (g_daemon_mode && !detachProcess()) {
     fputs("Error fork()ing new process\n", stderr);
     return 1;
   }
-  if (!server.cds.connected()) server.cds.set_handle(pcd_init(0));
+  // Only now, in the process that serves: a store connection carried across the fork would
+  // keep the detached daemon on its own copy of the store's shared memory, blind to what
+  // every other gateway process writes (and they to what it writes).
+  server.cds.set_handle(pcd_init(0));
   if (!server.cds.connected()) {
     fputs("Error: CCds::init() failed\n", stderr);
     return 1;
@@ -64,7 +67,8 @@ int main(int argc, char** argv) {
 
   struct soap* soap = soap_new();
   soap_init(soap);
-  soap->user = &server;
+  soap->user = static_cast<ServiceContext*>(&server);
+  server.termination_flag = &g_terminate;
   configureContext(soap);
 
   server.swinfo.SetPath(kAppPath);

@@ -15,7 +15,7 @@
 #include "main/connections.h"
 #include "main/server_state.h"
 #include "platform/vtx.h"
-#include "service/serve.h"
+#include "main/serve.h"
 #include "soapH.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "service/serve.h"
+#include "main/serve.h"
 
 #include <cstdio>
 #include <exception>

@@ -1,7 +1,7 @@
 // Serving one SOAP request on a context whose receive and send callbacks are already bound to
 // the request's streams. Shared by the daemon's request loop and the fuzzer.
-#ifndef WSGATE_SERVICE_SERVE_H
-#define WSGATE_SERVICE_SERVE_H
+#ifndef WSGATE_MAIN_SERVE_H
+#define WSGATE_MAIN_SERVE_H
 
 struct soap;
 
@@ -16,4 +16,4 @@ void configureContext(struct soap* soap);
 // answered with the runtime's fault for the broken limit.
 int serveRequest(struct soap* soap);
 
-#endif  // WSGATE_SERVICE_SERVE_H
+#endif  // WSGATE_MAIN_SERVE_H

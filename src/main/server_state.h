@@ -5,19 +5,16 @@
 
 #include <csignal>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <unordered_map>
 
 #include "platform/cds.h"
 #include "platform/connxns.h"
 #include "platform/swinfo.h"
+#include "service/context.h"
 
 struct FCGX_Request;
 struct soap;
-namespace toolkit::trend {
-class CLog;
-}
 
 // The store node under which the server publishes its status, and its connections.
 inline constexpr const char* kAppPath = "/Software/Data Servers/BACnet WebServices";
@@ -34,34 +31,19 @@ struct ConnectionRecord {
   int32_t last_seen = 0;  // monotonic seconds of the latest request
 };
 
-struct Server {
-  // Connects the store client (pcd_init(0)); a failure leaves it unconnected.
-  Server();
+// The process-wide state: what operations see (ServiceContext, whose store client is
+// connected after the process detached) and what only the loop and start-up use.
+struct Server : ServiceContext {
+  Server() = default;
+  // Closes the store client when it is still connected.
   ~Server();
-  Server(const Server&) = delete;
-  Server& operator=(const Server&) = delete;
 
-  toolkit::CCds cds;
   CCds_SwInfo swinfo{kAppPath, &cds};
   CCDS_Connxns connxns{kConnectionsPath, &cds, &cds};
-  std::string delta_log_path = "./deadband.db";
-  std::string event_log_path = "./alarms.db";
-  std::string system_log_path = "./system.db";
-  std::shared_ptr<toolkit::trend::CLog> trend_log;
-  std::string trend_log_path = "./interval-trends.db";
-  int32_t max_records = 10000;
-  int32_t page_size = 0;    // bytes; 0 leaves the log library's default
-  uint32_t cache_size = 0;  // bytes; 0 leaves the default
-  uint32_t heap_limit = 0;  // bytes; 0 means no limit
   FCGX_Request* current_request = nullptr;
   uint32_t connection_counter = 0;
   uint32_t next_sweep_time = 0;  // monotonic seconds
   std::unordered_map<std::string, ConnectionRecord> connections;
-
-  // One -m setting scales every log limit.
-  int32_t deltaLogLimit() const { return max_records; }
-  int32_t eventLogLimit() const { return max_records >> 2; }
-  int32_t trendSnapshotLimit() const { return max_records / 12; }
 };
 
 // The Server state of the request being served.

@@ -1,6 +1,6 @@
 #include "service/errors.h"
 
-#include "values/options.h"
+#include "service/options.h"
 
 namespace {
 

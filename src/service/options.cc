@@ -1,4 +1,4 @@
-#include "values/options.h"
+#include "service/options.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,7 +1,7 @@
 // The request options: the "options" string that every operation carries, parsed afresh for
 // each call.
-#ifndef WSGATE_VALUES_OPTIONS_H
-#define WSGATE_VALUES_OPTIONS_H
+#ifndef WSGATE_SERVICE_OPTIONS_H
+#define WSGATE_SERVICE_OPTIONS_H
 
 #include <string>
 
@@ -28,4 +28,4 @@ struct RequestOptions {
 // and malformed values are ignored: parsing never fails.
 RequestOptions parseOptions(const std::string* text);
 
-#endif  // WSGATE_VALUES_OPTIONS_H
+#endif  // WSGATE_SERVICE_OPTIONS_H

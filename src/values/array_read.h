@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "platform/cds.h"
-#include "values/options.h"
+#include "service/options.h"
 
 // Reads the array at `path` (null: no path given) into `items` (replaced). Errors come back
 // as a list of one error text: code 8 without a path, code 24 when the path's attribute is

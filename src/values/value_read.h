@@ -10,7 +10,7 @@
 #include "platform/cds.h"
 #include "platform/element.h"
 #include "platform/path.h"
-#include "values/options.h"
+#include "service/options.h"
 
 // One leaf as a store read returned it.
 struct StoredLeaf {

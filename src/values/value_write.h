@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "platform/cds.h"
-#include "values/options.h"
+#include "service/options.h"
 
 // The service status of a write refused for want of the write right.
 inline constexpr int kWriteUnauthorized = 401;

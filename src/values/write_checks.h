@@ -10,7 +10,7 @@
 #include "platform/cds.h"
 #include "platform/element.h"
 #include "platform/path.h"
-#include "values/options.h"
+#include "service/options.h"
 
 // Decides whether the leaf at the normalized `path` may take `text`; `leaf_type` receives
 // the type of the leaf in the store (DATA_TYPE_NONE when it is missing).

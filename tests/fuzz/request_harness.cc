@@ -9,7 +9,7 @@
 
 #include "main/server_state.h"
 #include "platform/cds.h"
-#include "service/serve.h"
+#include "main/serve.h"
 #include "soapH.h"
 #include "tools/demo.h"
 #include "tools/interchange.h"
@@ -81,15 +81,16 @@ RequestHarness::RequestHarness() : dir_(makeTempDir()) {
 
   g_daemon_mode = false;
   server_ = std::make_unique<Server>();
+  server_->cds.set_handle(pcd_init(0));
   if (!server_->cds.connected()) throw std::runtime_error("store: cannot reopen " + store_path_);
   // The log databases live in the temporary directory, never in the current one.
-  server_->delta_log_path = dir_ + "/deadband.db";
-  server_->event_log_path = dir_ + "/alarms.db";
-  server_->system_log_path = dir_ + "/system.db";
-  server_->trend_log_path = dir_ + "/interval-trends.db";
+  server_->logs.delta_log_path = dir_ + "/deadband.db";
+  server_->logs.event_log_path = dir_ + "/alarms.db";
+  server_->logs.system_log_path = dir_ + "/system.db";
+  server_->logs.trend_log_path = dir_ + "/interval-trends.db";
 
   soap_ = soap_new();
-  soap_->user = server_.get();
+  soap_->user = static_cast<ServiceContext*>(server_.get());
   configureContext(soap_);
   soap_->frecv = receive;
   soap_->fsend = send;

@@ -21,6 +21,7 @@ class ConnectionsTest : public ::testing::Test {
   ~ConnectionsTest() override { vtx_ClearTestClock(); }
 
   void SetUp() override {
+    server_.cds.set_handle(pcd_init(0));
     ASSERT_TRUE(server_.cds.connected()) << pcd_last_error();
     server_.next_sweep_time = 1000;
   }

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "values/options.h"
+#include "service/options.h"
 
 namespace {
 

@@ -21,7 +21,7 @@
 #include "platform/cds.h"
 #include "platform/element.h"
 #include "store_fixture.h"
-#include "values/options.h"
+#include "service/options.h"
 
 namespace wsgate_test {
 
