@@ -327,7 +327,7 @@ class HostileRequestTest(GatewayTestCase):
             for _, user, request, _ in large_rows():
                 cls.send(user, request)
             cls.store_before = store_without_daemon_records(cls.gw)
-            cls.memory_before = resident_kib(cls.gw.process.pid)
+            cls.memory_before = resident_kib(cls.gw.pid)
         except BaseException:
             cls.gw.close()
             raise
@@ -342,9 +342,9 @@ class HostileRequestTest(GatewayTestCase):
         for name, user, request, check in TABLE:
             with self.subTest(name):
                 check(self.send(user, request), self)
-                self.assertTrue(self.gw.alive(), self.gw.stderr_text()[-2000:])
+                self.assertTrue(self.gw.alive(), self.gw.last_words()[-2000:])
         self.assertEqual(store_without_daemon_records(self.gw), self.store_before)
-        pid = self.gw.process.pid
+        pid = self.gw.pid
         if not sanitized(pid):  # the sanitizers hold freed memory back on purpose
             self.assertLessEqual(resident_kib(pid), self.memory_before * 1.10)
 

@@ -5,11 +5,12 @@ import os
 import signal
 import socket
 import subprocess
+import tempfile
 import time
 import unittest
 
-from wsgate_testlib import (NS, Gateway, GatewayTestCase, binary, body_of, envelope, fault_of,
-                            fcgi_request, wait_until)
+from wsgate_testlib import (NS, Gateway, GatewayTestCase, binary, body_of, daemons_serving,
+                            envelope, fault_of, fcgi_request, wait_until)
 
 APP = "/Software/Data Servers/BACnet WebServices"
 
@@ -118,8 +119,10 @@ class HostileConnectionTest(GatewayTestCase):
 
 
 class LifecycleTest(unittest.TestCase):
+    """Start-up and stop of the foreground daemon (-d), whose status and output we read."""
+
     def setUp(self):
-        self.gw = Gateway(demo=False)
+        self.gw = Gateway(demo=False, detached=False)
 
     def tearDown(self):
         self.gw.close()
@@ -169,39 +172,55 @@ class LifecycleTest(unittest.TestCase):
         self.assertEqual(self.gw.get(APP + "/AppStatus"), "2")
 
 
-def daemons_serving(socket_path):
-    """Process ids of the wsgated processes whose environment names `socket_path`."""
-    marker = ("WSGATED_SOCKET=" + socket_path).encode()
-    pids = []
-    for entry in os.listdir("/proc"):
-        if not entry.isdigit():
-            continue
+class DetachedSharedStoreTest(unittest.TestCase):
+    """The detached daemon shares its store with the other processes of the gateway: each
+    side sees what the other wrote after it opened and closed the store."""
+
+    def setUp(self):
+        self.gw = Gateway(detached=True)
+        self.gw.start()
+
+    def tearDown(self):
         try:
-            with open("/proc/%s/cmdline" % entry, "rb") as f:
-                argv0 = f.read().split(b"\0")[0]
-            with open("/proc/%s/environ" % entry, "rb") as f:
-                environ = f.read().split(b"\0")
-        except OSError:
-            continue
-        if argv0.endswith(b"wsgated") and marker in environ:
-            pids.append(int(entry))
-    return pids
+            self.gw.stop_cleanly()
+        finally:
+            self.gw.close()
+
+    def value(self, path):
+        answer = self.gw.call("<nsc1:getValue><nsc1:path>%s</nsc1:path></nsc1:getValue>" % path)
+        return answer.findtext("{%s}getValueResult" % NS["nsc1"])
+
+    def test_writes_cross_between_the_daemon_and_the_cds_tool(self):
+        path = "/AHU1/Setpoint"
+        self.gw.get(path + "/Value")  # the tool opens and closes the store once
+        written = self.gw.call("<nsc1:setValue><nsc1:path>%s</nsc1:path><nsc1:value>21.5"
+                               "</nsc1:value></nsc1:setValue>" % path, user="operator")
+        self.assertEqual(written.findtext("{%s}setValueResult" % NS["nsc1"]), "21.5")
+        self.assertEqual(self.gw.get(path + "/Value"), "21.5")
+        self.gw.cds("set", path + "/Value", "Real", "19.25")
+        self.assertEqual(self.value(path), "19.25")
+        for fd in os.listdir("/proc/%d/fd" % self.gw.pid):
+            target = os.readlink("/proc/%d/fd/%s" % (self.gw.pid, fd))
+            self.assertFalse(target.endswith("(deleted)"), target)
 
 
 class CommandLineTest(unittest.TestCase):
     """The parser has its cases in the unit tests; here, what the process makes of them."""
 
     def test_exit_status_and_output(self):
+        """Version and usage print and exit without touching any store."""
         usage_end = "\t -v: Print version information to stdout and exit\n\n"
         for args, status, start, end in [
-                (["-v"], 0, r"\S*wsgated: version 2\.0\.0\ngsoap: version 2\.8\.\d+\nBuild date: ",
+                (["-v"], 0, r"\S*wsgated: version 2\.0\.0\ngsoap: version 2\.7\.12\nBuild date: ",
                  "$Revision: 39934 $\n\n"),
                 (["-z", "-v"], 0, r"Unknown parameter: -z \n\S*wsgated: version", "\n\n"),
                 (["-m", "-5"], 1, r"Bad field: -5 \nUsage: wsgated \[-d\]", usage_end),
                 (["what"], 1, r"Unknown parameter: what \nUsage: wsgated \[-d\]", usage_end)]:
-            with self.subTest(args=args):
+            env = {k: v for k, v in os.environ.items() if k != "CDS_PATH"}
+            with self.subTest(args=args), tempfile.TemporaryDirectory() as cwd:
                 result = subprocess.run([binary("wsgated")] + args, capture_output=True, text=True,
-                                        timeout=30, env=dict(os.environ, CDS_PATH="/nonexistent/x"))
+                                        timeout=30, cwd=cwd, env=env)
+                self.assertEqual(os.listdir(cwd), [])
                 self.assertEqual(result.returncode, status)
                 self.assertRegex(result.stdout, "^" + start)
                 self.assertTrue(result.stdout.endswith(end), result.stdout)

@@ -36,6 +36,8 @@ SOAP12 = NS["SOAP-ENV12"]
 # What AddressSanitizer, LeakSanitizer and UndefinedBehaviorSanitizer write when they find
 # something.
 SANITIZER_MARKS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", ": runtime error: ")
+# The node under which the daemon publishes its status.
+APP_PATH = "/Software/Data Servers/BACnet WebServices"
 
 
 def binary(name):
@@ -177,18 +179,35 @@ def fault_of(response):
 
 # --- The gateway under test -------------------------------------------------------------------
 
-class Gateway:
-    """A temporary store and log directory, the `cds` tool on it and the daemon serving it."""
+# Set by CTest for the "detached" run of an end-to-end file: every Gateway then runs the
+# daemon as a gateway does, detached (no -d), instead of in the foreground.
+DETACHED = os.environ.get("WSGATE_E2E_DETACHED") == "1"
 
-    def __init__(self, demo=True):
+
+class Gateway:
+    """A temporary store and log directory, the `cds` tool on it and the daemon serving it.
+
+    The daemon runs in the foreground (-d) as our child, or, with `detached` (default: the
+    WSGATE_E2E_DETACHED run), detached as in production: then its standard error is
+    /dev/null, so the tests that read it are skipped, and sanitizer reports go to files of
+    the gateway's directory instead."""
+
+    def __init__(self, demo=True, detached=None):
         self.dir = tempfile.mkdtemp(prefix="wsgate-e2e-")
+        self.detached = DETACHED if detached is None else detached
         self.store = os.path.join(self.dir, "cds.db")
         self.socket = os.path.join(self.dir, "wsgated.socket")
         self.process = None
+        self.pid = None
         self.stderr_path = os.path.join(self.dir, "stderr.log")
         self.clock_file = os.path.join(self.dir, "clock")
+        self.sanitizer_log = os.path.join(self.dir, "sanitizer")
         self.env = dict(os.environ, CDS_PATH=self.store, WSGATED_SOCKET=self.socket,
                         WSGATE_TEST_CLOCK=self.clock_file)
+        if self.detached:
+            for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS"):
+                options = self.env.get(name, "")
+                self.env[name] = (options + ":" if options else "") + "log_path=" + self.sanitizer_log
         if demo:
             self.cds("demo")
 
@@ -205,18 +224,27 @@ class Gateway:
         return self.cds("get", path).stdout.rstrip("\n")
 
     def start(self, *args):
-        """Starts `wsgated -d` in the directory and waits until it accepts connections."""
-        self.stderr_file = open(self.stderr_path, "ab")
-        self.process = subprocess.Popen([binary("wsgated"), "-d"] + list(args), cwd=self.dir,
-                                        env=self.env, stdout=subprocess.PIPE,
-                                        stderr=self.stderr_file)
+        """Starts the daemon in the directory and waits until it accepts connections."""
+        if self.detached:
+            result = subprocess.run([binary("wsgated")] + list(args), cwd=self.dir, env=self.env,
+                                    capture_output=True, timeout=30)
+            if result.returncode != 0:
+                raise AssertionError("wsgated exited with %d: %r" % (result.returncode,
+                                                                     result.stdout))
+            self.pid = wait_until(lambda: (daemons_serving(self.socket) or [None])[0],
+                                  what="the detached daemon")
+        else:
+            self.stderr_file = open(self.stderr_path, "ab")
+            self.process = subprocess.Popen([binary("wsgated"), "-d"] + list(args),
+                                            cwd=self.dir, env=self.env, stdout=subprocess.PIPE,
+                                            stderr=self.stderr_file)
+            self.pid = self.process.pid
         wait_until(self._accepting, what="the daemon's socket")
         return self
 
     def _accepting(self):
-        if self.process.poll() is not None:
-            raise AssertionError("wsgated exited with %s: %s" % (self.process.returncode,
-                                                                  self.stderr_text()))
+        if not self.alive():
+            raise AssertionError("wsgated exited: %s" % self.last_words())
         try:
             with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as s:
                 s.connect(self.socket)
@@ -225,8 +253,18 @@ class Gateway:
             return False
 
     def stop(self, sig=signal.SIGTERM):
-        """Signals the daemon and returns (exit status, stdout text)."""
-        if self.process is None:
+        """Signals the daemon and returns (exit status, stdout text); a detached daemon is
+        not our child, so its status is None once it is gone."""
+        if self.pid is None:
+            return None, ""
+        if self.detached:
+            try:
+                os.kill(self.pid, sig)
+            except ProcessLookupError:
+                pass
+            wait_until(lambda: not os.path.exists("/proc/%d" % self.pid), timeout=30,
+                       what="the detached daemon to exit")
+            self.pid = None
             return None, ""
         if self.process.poll() is None:
             self.process.send_signal(sig)
@@ -234,21 +272,40 @@ class Gateway:
         self.stderr_file.close()
         status = self.process.returncode
         self.process = None
+        self.pid = None
         return status, out.decode(errors="replace")
 
     def stop_cleanly(self):
-        """Stops the daemon with SIGTERM; fails unless it exits 0 without a sanitizer report.
+        """Stops the daemon with SIGTERM; fails unless it stops in order (exit status 0, or
+        for a detached daemon the stopped status in the store) without a sanitizer report.
         In the sanitizer build a leak found at exit is such a report."""
-        if self.process is None:
+        if self.pid is None:
             return
         status, _ = self.stop(signal.SIGTERM)
-        err = self.stderr_text()
+        if self.detached:
+            status = 0 if self.get(APP_PATH + "/AppStatus") == "2" else "not stopped"
+        err = self.last_words()
         reports = [m for m in SANITIZER_MARKS if m in err]
         if status != 0 or reports:
             raise AssertionError("wsgated stopped with status %s %s:\n%s"
                                  % (status, reports, err[-4000:]))
 
+    def last_words(self):
+        """What the daemon wrote to its standard error, or its sanitizer reports."""
+        if not self.detached:
+            return self.stderr_text()
+        texts = []
+        for name in sorted(os.listdir(self.dir)):
+            if name.startswith("sanitizer."):
+                with open(os.path.join(self.dir, name), "rb") as f:
+                    texts.append(f.read().decode(errors="replace"))
+        return "".join(texts)
+
     def stderr_text(self):
+        """The daemon's standard error; skips the calling test for a detached daemon, whose
+        standard error is /dev/null (the foreground run of the same test reads it)."""
+        if self.detached:
+            raise unittest.SkipTest("a detached daemon writes no standard error")
         with open(self.stderr_path, "rb") as f:
             return f.read().decode(errors="replace")
 
@@ -272,12 +329,39 @@ class Gateway:
         return list(body_of(response.xml()))[0]
 
     def alive(self):
-        return self.process is not None and self.process.poll() is None
+        if self.pid is None:
+            return False
+        if self.process is not None:
+            return self.process.poll() is None
+        try:
+            with open("/proc/%d/stat" % self.pid) as f:
+                return f.read().split(") ")[-1][:1] != "Z"
+        except OSError:
+            return False
 
     def close(self):
-        if self.process is not None:
+        if self.pid is not None:
             self.stop(signal.SIGKILL)
         shutil.rmtree(self.dir, ignore_errors=True)
+
+
+def daemons_serving(socket_path):
+    """Process ids of the wsgated processes whose environment names `socket_path`."""
+    marker = ("WSGATED_SOCKET=" + socket_path).encode()
+    pids = []
+    for entry in os.listdir("/proc"):
+        if not entry.isdigit():
+            continue
+        try:
+            with open("/proc/%s/cmdline" % entry, "rb") as f:
+                argv0 = f.read().split(b"\0")[0]
+            with open("/proc/%s/environ" % entry, "rb") as f:
+                environ = f.read().split(b"\0")
+        except OSError:
+            continue
+        if argv0.endswith(b"wsgated") and marker in environ:
+            pids.append(int(entry))
+    return pids
 
 
 class GatewayTestCase(unittest.TestCase):
@@ -303,7 +387,7 @@ class GatewayTestCase(unittest.TestCase):
             cls.gw.close()
 
     def tearDown(self):
-        self.assertTrue(self.gw.alive(), "the daemon died: " + self.gw.stderr_text()[-2000:])
+        self.assertTrue(self.gw.alive(), "the daemon died: " + self.gw.last_words()[-2000:])
 
 
 # --- The web front ----------------------------------------------------------------------------
