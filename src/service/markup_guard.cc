@@ -8,23 +8,46 @@
 MarkupGuard::MarkupGuard(const Limits& limits) : limits_(limits), children_(1, 0) {}
 
 int MarkupGuard::scan(const char* data, size_t length) {
+  if (length > 0 && memchr(data, '\0', length) != nullptr) fail(SOAP_SYNTAX_ERROR);
   const char* end = data + length;
   while (data < end && error_ == 0) {
-    // Long texts are most of a large message: jump to the next markup.
-    if (state_ == State::kText) {
-      const void* lt = memchr(data, '<', end - data);
-      if (lt == nullptr) break;
-      data = static_cast<const char*>(lt);
+    // Long texts are most of a large message: jump to the next markup or reference.
+    if (state_ == State::kText && reference_ == 0) {
+      const char* lt = static_cast<const char*>(memchr(data, '<', end - data));
+      const char* stop = lt != nullptr ? lt : end;
+      const void* amp = memchr(data, '&', stop - data);
+      if (amp == nullptr && lt == nullptr) break;
+      data = amp != nullptr ? static_cast<const char*>(amp) : lt;
     }
     step(*data++);
   }
   return error_;
 }
 
+void MarkupGuard::reference(char c) {
+  switch (reference_) {
+    case 1:
+      reference_ = c == '#' ? 2 : 0;
+      break;
+    case 2:
+      reference_ = c == '0' ? 3 : (c == 'x' || c == 'X') ? 2 : 0;
+      break;
+    case 3:
+      if (c == ';') fail(SOAP_SYNTAX_ERROR);
+      if (c != '0') reference_ = 0;
+      break;
+  }
+  if (reference_ == 0 && c == '&') reference_ = 1;
+}
+
 void MarkupGuard::step(char c) {
+  if (state_ == State::kText || state_ == State::kQuoted) reference(c);
   switch (state_) {
     case State::kText:
-      if (c == '<') state_ = State::kMarkupStart;
+      if (c == '<') {
+        reference_ = 0;
+        state_ = State::kMarkupStart;
+      }
       break;
     case State::kMarkupStart:
       if (c == '/') {
@@ -89,6 +112,7 @@ void MarkupGuard::step(char c) {
     case State::kQuoted:
       if (c == quote_) {
         last_ = c;
+        reference_ = 0;
         state_ = State::kStartTag;
       } else if (c == '<') {
         // Not well-formed, and the runtime may read it as a tag: count it as one.

@@ -8,7 +8,10 @@
 //     only, not to repeated elements, so a message of empty list items grows lists of a
 //     million entries and hundreds of megabytes;
 //   - nesting depth, including markup inside text elements, which the runtime skips
-//     without counting.
+//     without counting;
+//   - the NUL character, raw or as a character reference ("&#0;", "&#x00;") in text or an
+//     attribute value: XML forbids it, and the runtime would hand it on as the end of the
+//     text, so that "12&#0;34" would be read as "12".
 //
 // The scanner follows the runtime's way of skipping markup, so that nothing the runtime
 // reads as tags can hide from it: comments end at "-->", processing instructions at "?>",
@@ -32,8 +35,8 @@ class MarkupGuard {
 
   // Scans the next `length` bytes of the message (any split of the message gives the same
   // outcome). Returns 0 while the message is within the limits; once a limit is broken,
-  // the runtime's error code for it, SOAP_OCCURS (attributes, children) or SOAP_LEVEL
-  // (depth), from then on.
+  // the runtime's error code for it, SOAP_OCCURS (attributes, children), SOAP_LEVEL
+  // (depth) or SOAP_SYNTAX_ERROR (a NUL character), from then on.
   int scan(const char* data, size_t length);
 
   // 0, or the error code of the first broken limit.
@@ -55,6 +58,8 @@ class MarkupGuard {
   };
 
   void step(char c);
+  // Follows character references in text and attribute values: fails on one naming NUL.
+  void reference(char c);
   // For comments ("-->") and CDATA sections ("]]>"): true when `c` ends the run of two
   // `mark` characters and ">".
   bool closes(char c, char mark);
@@ -67,6 +72,9 @@ class MarkupGuard {
   char quote_ = 0;
   char last_ = 0;       // previous significant byte of a start tag ('/' marks "/>")
   int terminator_ = 0;  // how much of "-->", "]]>" or "?>" has been seen
+  // Where a character reference stands: 0 outside one, 1 after "&", 2 after "&#" or
+  // "&#x", 3 after at least one digit, all of them zero so far.
+  int reference_ = 0;
   size_t attributes_ = 0;
   std::vector<size_t> children_;  // per open element, the document first
   int error_ = 0;

@@ -78,6 +78,23 @@ TEST(MarkupGuardTest, SkippedMarkupEndsWhereTheRuntimeEndsIt) {
   EXPECT_EQ(scan("<?pi " + flood + " ?><![CDATA[" + repeat("<b>", 9) + "]]>"), 0);
 }
 
+// NUL is refused raw and as a reference in texts and attribute values; other references,
+// and "&#0;" where it is not a reference, pass.
+TEST(MarkupGuardTest, NulCharacters) {
+  for (const std::string& bad :
+       {std::string("<v>12\0" "34</v>", 11), std::string("<v>12&#0;34</v>"),
+        std::string("<v>&#x0;</v>"), std::string("<v>&#X000;</v>"), std::string("<v>&#00;</v>"),
+        std::string("<a x='&#0;'/>"), std::string("<a x=\"1&#x00;\"/>")}) {
+    EXPECT_EQ(scan(bad), SOAP_SYNTAX_ERROR) << bad;
+  }
+  for (const std::string& good :
+       {std::string("<v>&#10;&#x20;&#0010;&amp;&#;&#x;&#0a;&lt;0;</v>"),
+        std::string("<a x='&amp;#0;'/>"), std::string("<!-- &#0; --><![CDATA[&#0;]]>"),
+        std::string("<v>&</v><w>#0;</w>")}) {
+    EXPECT_EQ(scan(good), 0) << good;
+  }
+}
+
 TEST(MarkupGuardTest, AFailureStays) {
   MarkupGuard guard(kLimits);
   const std::string bad = "<a p='1' q='2' r='3' s='4'>";
