@@ -52,7 +52,10 @@ void installTerminationHandler() {
   struct sigaction action {};
   action.sa_handler = onTerminationSignal;
   sigemptyset(&action.sa_mask);
-  action.sa_flags = 0;
+  // Reads and writes of a request in progress resume after the signal, so that a restart
+  // under traffic still answers the request being received. select() is never resumed,
+  // whatever the flag, so the loop still sees the signal at once when it is waiting.
+  action.sa_flags = SA_RESTART;
   for (int signo : kTerminationSignals) sigaction(signo, &action, nullptr);
 }
 

@@ -7,8 +7,8 @@
 // directory is "/", descriptors 0-2 are "/dev/null", the umask is 022, and true is returned.
 bool detachProcess();
 
-// SIGHUP, SIGINT, SIGQUIT and SIGTERM set the termination flag (empty mask, no flags, so
-// that they interrupt the loop's select()).
+// SIGHUP, SIGINT, SIGQUIT and SIGTERM set the termination flag. They interrupt the loop's
+// select(), but not the reads and writes of a request in progress.
 void installTerminationHandler();
 // Back to the default disposition of those four signals.
 void restoreTerminationSignals();

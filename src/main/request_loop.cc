@@ -2,17 +2,24 @@
 
 #include <fcgiapp.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <strings.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <vector>
 
 #include "main/connections.h"
+#include "main/fcgi_params.h"
+#include "main/request_deadline.h"
 #include "main/server_state.h"
 #include "platform/vtx.h"
 #include "main/serve.h"
@@ -21,19 +28,38 @@
 namespace {
 
 constexpr int kBacklog = 64;
-// Longest wait for a caller's next bytes, or for room to write the answer: a caller that
-// stalls mid-request loses its request instead of holding the only thread.
-constexpr time_t kStallSeconds = 10;
+// From accepting a connection to finishing its answer. Far above what any web server on
+// this machine needs to hand over the largest request the daemon accepts.
+constexpr long kRequestMilliseconds = 10000;
 constexpr time_t kSelectSeconds = 5;
 constexpr uint32_t kSweepInterval = 5;
 // Caller identity fields hold at most 64 bytes of the web server's values.
 constexpr size_t kIdentityBytes = 64;
+// Connections accepted before they sent anything. They wait here, costing nothing but a
+// descriptor, instead of holding the only thread; when more arrive, the oldest goes.
+constexpr size_t kMaxWaiting = 32;
+// How much of a connection's start is looked at for its parameters; a web server's are a
+// few kilobytes.
+constexpr size_t kParamsWindow = 64 << 10;
 
 struct CallerIdentity {
   char address[kIdentityBytes + 1] = {};
   char user[kIdentityBytes + 1] = {};
   bool https = false;
 };
+
+// A connection that has sent nothing yet, and when it must have finished.
+struct Waiting {
+  int fd;
+  int64_t deadline_ms;
+};
+
+// Deadlines run on the real monotonic clock, as does the kernel timer that enforces them.
+int64_t nowMs() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
 
 // Reads the request body from the current FastCGI request instead of a socket.
 size_t receiveFromRequest(struct soap* soap, char* buffer, size_t length) {
@@ -73,14 +99,26 @@ void takeParameter(FCGX_Request& request, const char* name, char* field, const c
   }
 }
 
-// Moves the listening socket to descriptor 0, where the FastCGI library expects it.
+// Opens the listening socket on descriptor 0, where the FastCGI library expects it. Made
+// here rather than by FCGX_OpenSocket, which ends the whole process when it cannot bind,
+// so that a socket that cannot be opened still ends start-up in order.
 //
 // The socket is non-blocking: a caller that select() reported may be gone by the time the
 // loop accepts, and a blocking accept() would then wait for the next caller, with no
 // termination check, sweep or watchdog ping meanwhile.
 int listenOnDescriptorZero(const char* path) {
-  int fd = FCGX_OpenSocket(path, kBacklog);
-  if (fd == -1) return -1;
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (strlen(path) >= sizeof address.sun_path) return -1;
+  strcpy(address.sun_path, path);
+  int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  if (fd < 0) return -1;
+  unlink(path);
+  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+      listen(fd, kBacklog) != 0) {
+    close(fd);
+    return -1;
+  }
   if (fd != 0) {
     close(0);
     dup2(fd, 0);
@@ -91,44 +129,136 @@ int listenOnDescriptorZero(const char* path) {
   return 0;
 }
 
-// Accepts the next connection, with bounded reads and writes, and lets the FastCGI library
-// read the request from it. The library has no time-outs of its own, so a caller that stalls
-// mid-request would otherwise hold the only thread. It reads from a request's open
-// connection (keepConnection stops it from first closing that connection as a finished one);
-// when the request cannot be read it drops the connection and tries to accept on the
-// request's own listening socket, which is -1, so that it never accepts a connection without
-// time-outs and gives up instead.
-//
-// Returns 0 with a request to serve; -EAGAIN when there is none (nobody waiting, or the
-// caller's request could not be read); another negative errno when accepting failed.
-int acceptRequest(FCGX_Request& request) {
-  int fd = accept4(0, nullptr, nullptr, SOCK_CLOEXEC);
-  if (fd < 0) return errno == EAGAIN || errno == EINTR || errno == ECONNABORTED ? -EAGAIN : -errno;
-  timeval stall{kStallSeconds, 0};
-  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &stall, sizeof stall);
-  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &stall, sizeof stall);
-  request.ipcFd = fd;
-  request.keepConnection = 1;
-  return FCGX_Accept_r(&request) >= 0 ? 0 : -EAGAIN;
+// Answers a request whose caller identity cannot be trusted, without serving it.
+void refuseRequest(struct soap* soap) {
+  soap_begin(soap);
+  soap_sender_fault(soap, "Bad caller identity",
+                    "REMOTE_USER or REMOTE_ADDR holds a NUL character");
+  soap_send_fault(soap);
+  soap_end(soap);
 }
 
-// Serves one accepted request with the caller's identity in the environment, finishes it,
-// and only then records the caller, so the bookkeeping never delays a reply.
-void serveAccepted(struct soap* soap, FCGX_Request& request) {
+// Serves one request with the caller's identity in the environment, finishes it, and only
+// then records the caller, so the bookkeeping never delays a reply.
+void serveAccepted(struct soap* soap, FCGX_Request& request, bool refused) {
+  Server& server = serverOf(soap);
   CallerIdentity caller;
   takeParameter(request, "REMOTE_USER", caller.user, "Failed to get REMOTE_USER");
   takeParameter(request, "REMOTE_ADDR", caller.address, "Failed to get REMOTE_ADDR");
   const char* https = FCGX_GetParam("HTTPS", request.envp);
   caller.https = https != nullptr && strcmp(https, "on") == 0;
+  server.caller.user = caller.user;
+  server.caller.address = caller.address;
+  server.caller.https = caller.https;
 
-  serveRequest(soap);
+  if (refused) {
+    refuseRequest(soap);
+  } else {
+    serveRequest(soap);
+  }
   unsetenv("REMOTE_USER");
   unsetenv("REMOTE_ADDR");
+  server.caller = Caller();
   FCGX_Finish_r(&request);
+  disarmRequestDeadline();
   // A web server that asked to keep the connection gets it closed all the same: the loop
   // waits on the listening socket only, so a kept connection would never be read again.
   if (request.ipcFd >= 0) FCGX_Free(&request, 1);
-  recordCaller(serverOf(soap), caller.address, caller.user, caller.https);
+  if (!refused) recordCaller(server, caller.address, caller.user, caller.https);
+}
+
+// Serves the request on connection `fd`, which has sent its first bytes, under the
+// request's deadline. Its parameters are looked at first (waiting for them within the
+// deadline); then the FastCGI library reads them from the connection itself (keepConnection
+// stops it from first closing that connection as a finished one). When the request cannot
+// be read, the library drops the connection and tries to accept on the request's own
+// listening socket, which is -1, so that it never accepts a connection without a deadline
+// and gives up instead. Closes `fd` in every case.
+void serveConnection(struct soap* soap, FCGX_Request& request, int fd, int64_t deadline_ms) {
+  armRequestDeadline(fd, static_cast<long>(deadline_ms - nowMs()));
+  static unsigned char window[kParamsWindow];
+  ParamsCheck check = ParamsCheck::kIncomplete;
+  for (;;) {
+    ssize_t got = recv(fd, window, sizeof window, MSG_PEEK | MSG_DONTWAIT);
+    if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) break;  // gone
+    if (got > 0) check = checkParams(window, static_cast<size_t>(got));
+    if (check != ParamsCheck::kIncomplete || static_cast<size_t>(got) == sizeof window ||
+        nowMs() >= deadline_ms) {
+      break;
+    }
+    // Parameters still arriving: wait a moment for more, or for the caller to hang up
+    // (then no more will come). Waiting for input instead would return at once, since
+    // what has arrived is still unread.
+    pollfd hangup{fd, POLLRDHUP, 0};
+    if (poll(&hangup, 1, 2) > 0) break;
+  }
+  if (check == ParamsCheck::kIncomplete) {
+    disarmRequestDeadline();
+    close(fd);
+    return;
+  }
+  request.ipcFd = fd;
+  request.keepConnection = 1;
+  if (FCGX_Accept_r(&request) < 0) {
+    disarmRequestDeadline();
+    return;
+  }
+  serveAccepted(soap, request, check == ParamsCheck::kRefused);
+}
+
+// Accepts every caller waiting on the listening socket into `waiting`, where the oldest
+// makes room for a newer one. Returns 0, or a negative errno when accepting failed.
+int acceptWaiting(std::vector<Waiting>& waiting) {
+  for (;;) {
+    int fd = accept4(0, nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd < 0) {
+      return errno == EAGAIN || errno == EINTR || errno == ECONNABORTED ? 0 : -errno;
+    }
+    if (fd >= FD_SETSIZE) {  // select() cannot wait on it
+      close(fd);
+      continue;
+    }
+    if (waiting.size() == kMaxWaiting) {
+      close(waiting.front().fd);
+      waiting.erase(waiting.begin());
+    }
+    waiting.push_back({fd, nowMs() + kRequestMilliseconds});
+  }
+}
+
+// Takes from `waiting` the first connection that has sent its first bytes, among those
+// select() found readable and those accepted since; drops those that hung up or are past
+// their deadline. Returns its descriptor, or -1 when none is ready.
+int takeReady(std::vector<Waiting>& waiting, size_t accepted_from, const fd_set& readable,
+              int64_t& deadline_ms) {
+  const int64_t now = nowMs();
+  int ready = -1;
+  for (size_t i = 0; i < waiting.size();) {
+    Waiting& w = waiting[i];
+    bool drop = false;
+    if (ready < 0 && (i >= accepted_from || FD_ISSET(w.fd, &readable))) {
+      char byte;
+      ssize_t got = recv(w.fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+      if (got > 0) {
+        ready = w.fd;
+        deadline_ms = w.deadline_ms;
+      } else if (got == 0 || (errno != EAGAIN && errno != EINTR)) {
+        close(w.fd);
+        drop = true;
+      }
+    }
+    if (ready == w.fd) {
+      waiting.erase(waiting.begin() + i);
+    } else if (!drop && w.deadline_ms <= now) {
+      close(w.fd);
+      waiting.erase(waiting.begin() + i);
+    } else if (drop) {
+      waiting.erase(waiting.begin() + i);
+    } else {
+      ++i;
+    }
+  }
+  return ready;
 }
 
 }  // namespace
@@ -139,7 +269,7 @@ const char* socketPath() {
 }
 
 int runRequestLoop(struct soap* soap) {
-  if (FCGX_Init() < 0) return -1;
+  if (FCGX_Init() < 0 || !installRequestDeadline()) return -1;
   if (listenOnDescriptorZero(socketPath()) != 0) return -1;
 
   FCGX_Request request;
@@ -155,32 +285,44 @@ int runRequestLoop(struct soap* soap) {
   server.next_sweep_time = last_sweep + 60;
   timeval timeout{kSelectSeconds, 0};
   fd_set readable;
-  FD_ZERO(&readable);
+  std::vector<Waiting> waiting;
+  waiting.reserve(kMaxWaiting);
 
   for (;;) {
     if (g_terminate) {
       fputs("Caught term signal, exiting soap_serve loop now...\n", stderr);
+      for (const Waiting& w : waiting) close(w.fd);
       FCGX_Free(&request, 1);
       return 0;
     }
-    // The set is not cleared: select() leaves only ready descriptors in it, and 0 is the only
-    // one. On Linux select() leaves the remaining time in `timeout`, so successive waits
-    // shorten until the sweep resets it.
+    // The timeout is not reset here: on Linux select() leaves the remaining time in it, so
+    // successive waits shorten until the sweep resets it.
+    FD_ZERO(&readable);
     FD_SET(0, &readable);
-    if (select(1, &readable, nullptr, nullptr, &timeout) < 0) continue;
+    int top = 0;
+    for (const Waiting& w : waiting) {
+      FD_SET(w.fd, &readable);
+      top = std::max(top, w.fd);
+    }
+    if (select(top + 1, &readable, nullptr, nullptr, &timeout) < 0) continue;
 
+    const size_t accepted_from = waiting.size();
     if (FD_ISSET(0, &readable)) {
-      server.current_request = &request;
-      int accepted = acceptRequest(request);
-      if (accepted == 0) {
-        serveAccepted(soap, request);
-      } else if (accepted != -EAGAIN) {
+      int failed = acceptWaiting(waiting);
+      if (failed != 0) {
         fputs("Error in Accept(), exiting now...\n", stderr);
+        for (const Waiting& w : waiting) close(w.fd);
         soap->error = SOAP_EOF;
         int result = soap_send_fault(soap);
         FCGX_Free(&request, 1);
         return result;
       }
+    }
+    int64_t deadline_ms = 0;
+    const int fd = takeReady(waiting, accepted_from, readable, deadline_ms);
+    if (fd >= 0) {
+      server.current_request = &request;
+      serveConnection(soap, request, fd, deadline_ms);
     }
 
     uint32_t now = vtx_GetMonoTime(nullptr);

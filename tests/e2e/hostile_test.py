@@ -86,6 +86,14 @@ def absent(data):
     return data[:start] + b"<" + name + b"/>" + data[data.index(b"</SOAP-ENV:Body>"):]
 
 
+def nil(data):
+    """The seed with the operation element marked nil."""
+    start = data.index(b"<", data.index(b"Body>") + 5)
+    name = data[start + 1:data.index(b">", start)].split()[0]
+    return (data[:start] + b'<%s xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" '
+            b'xsi:nil="true"/>' % name + data[data.index(b"</SOAP-ENV:Body>"):])
+
+
 def nsc1(operation, inner):
     return envelope("<nsc1:%s>%s</nsc1:%s>" % (operation, inner, operation))
 
@@ -202,6 +210,19 @@ def malformed_rows():
     return rows
 
 
+def nul_rows():
+    """NUL is no XML character: refused raw, as a reference, and in the caller's identity,
+    before anything is written."""
+    write = nsc1("setValue", "<nsc1:path>/AHU1/Setpoint</nsc1:path><nsc1:value>12@34</nsc1:value>")
+    return [
+        ("NUL reference in a value", "operator", write.replace(b"@", b"&#0;"), fault("syntax")),
+        ("NUL hex reference in a value", "operator", write.replace(b"@", b"&#x00;"),
+         fault("syntax")),
+        ("raw NUL in a value", "operator", write.replace(b"@", b"\0"), fault("syntax")),
+        ("NUL in the remote user", "operator\0x", write.replace(b"@", b""), fault("identity")),
+    ]
+
+
 def limit_rows():
     laughs = ('<?xml version="1.0"?><!DOCTYPE l [<!ENTITY l0 "lol">'
               + "".join('<!ENTITY l%d "%s">' % (i, ("&l%d;" % (i - 1)) * 10) for i in range(1, 10))
@@ -290,13 +311,14 @@ def field_rows():
         check = error_or_fault if operation in PATH_FIELDS else answered
         rows.append(("%s with empty fields" % operation, user, emptied(data), check))
         rows.append(("%s with no fields" % operation, user, absent(data), check))
+        rows.append(("%s nil" % operation, user, nil(data), fault("nil")))
         for path in HOSTILE_PATHS if operation in PATH_FIELDS else ():
             request = with_field(data, PATH_FIELDS[operation], path.encode())
             rows.append(("%s path %r" % (operation, path), user, request, error_or_fault))
     return rows
 
 
-TABLE = malformed_rows() + limit_rows() + number_rows() + field_rows()
+TABLE = malformed_rows() + nul_rows() + limit_rows() + number_rows() + field_rows()
 
 
 def store_without_daemon_records(gw):

@@ -6,11 +6,13 @@ import signal
 import socket
 import subprocess
 import tempfile
+import threading
 import time
 import unittest
 
 from wsgate_testlib import (NS, Gateway, GatewayTestCase, binary, body_of, daemons_serving,
-                            envelope, fault_of, fcgi_request, wait_until)
+                            envelope, fault_of, fcgi_message, fcgi_request, read_fcgi_answer,
+                            wait_until)
 
 APP = "/Software/Data Servers/BACnet WebServices"
 
@@ -109,13 +111,36 @@ class HostileConnectionTest(GatewayTestCase):
                 s.sendall(payload)
             self.assertEqual(self.whoami(), "next")
 
-    def test_a_caller_that_stalls_mid_request_is_dropped_after_a_bounded_wait(self):
-        with socket.socket(socket.AF_UNIX) as staller:
-            staller.connect(self.gw.socket)
-            staller.sendall(b"\x01\x01\x00\x01\x00\x08\x00\x00")  # a header, no content
+    def test_idle_and_trickling_callers_hold_no_one_beyond_one_request_deadline(self):
+        idle = [socket.socket(socket.AF_UNIX) for _ in range(3)]
+        trickler = socket.socket(socket.AF_UNIX)
+        stop = threading.Event()
+
+        request = fcgi_message(envelope("<nsqv:whoAmI/>"), {"REMOTE_USER": "slow"})
+
+        def trickle():  # then a byte every half second, for longer than any deadline
+            for byte in request[20:]:
+                if stop.wait(0.5):
+                    return
+                try:
+                    trickler.send(bytes([byte]))
+                except OSError:
+                    return
+        thread = threading.Thread(target=trickle)
+        try:
+            for s in idle + [trickler]:
+                s.connect(self.gw.socket)
+            trickler.sendall(request[:20])  # the start of a request: the daemon takes it up
+            thread.start()
             start = time.monotonic()
             self.assertEqual(self.whoami(), "next")
-            self.assertLess(time.monotonic() - start, 25)
+            # One request's deadline (10 s) at most, plus room for a slow machine.
+            self.assertLess(time.monotonic() - start, 15)
+        finally:
+            stop.set()
+            thread.join()
+            for s in idle + [trickler]:
+                s.close()
 
 
 class LifecycleTest(unittest.TestCase):
@@ -149,6 +174,35 @@ class LifecycleTest(unittest.TestCase):
         self.assertRegex(out, r"\[0\] .*\[0x[0-9a-f]+\]")
         # The status stays as it was: a crash is not an orderly stop.
         self.assertEqual(self.gw.get(APP + "/AppStatus"), "4")
+
+    def system_call(self):
+        with open("/proc/%d/syscall" % self.gw.pid) as f:
+            return f.read()
+
+    def test_a_stop_signal_during_a_request_lets_it_finish_first(self):
+        self.gw.start()
+        message = fcgi_message(envelope("<nsqv:whoAmI/>"), {"REMOTE_USER": "last"})
+        with socket.socket(socket.AF_UNIX) as s:
+            s.connect(self.gw.socket)
+            s.sendall(message[:-40])
+            # The daemon waits in read() for the rest (system call 0 on this machine).
+            wait_until(lambda: self.system_call().startswith("0 "),
+                       what="the daemon to wait for the rest of the request")
+            self.gw.process.send_signal(signal.SIGTERM)
+            s.sendall(message[-40:])
+            answer = read_fcgi_answer(s)
+        self.assertIn(b"<result>last</result>", answer.body)
+        status, _ = self.gw.stop()
+        self.assertEqual(status, 0)
+        self.assertIn("Caught term signal", self.gw.stderr_text())
+
+    def test_a_socket_that_cannot_be_opened_stops_in_order(self):
+        env = dict(self.gw.env, WSGATED_SOCKET=os.path.join(self.gw.dir, "missing", "socket"))
+        result = subprocess.run([binary("wsgated"), "-d"], env=env, cwd=self.gw.dir,
+                                capture_output=True, text=True, timeout=30)
+        self.assertEqual(result.returncode, 0)
+        self.assertRegex(result.stderr, r"Stopping \S*wsgated \n$")
+        self.assertEqual(self.gw.get(APP + "/AppStatus"), "2")
 
     def test_a_store_that_cannot_be_opened_stops_the_start(self):
         os.makedirs(self.gw.store)  # a directory where the database file should be

@@ -97,43 +97,52 @@ class FcgiResponse:
         return ET.fromstring(self.body)
 
 
-def fcgi_request(socket_path, body, params=None, timeout=30.0):
-    """Sends one FastCGI request (POST with `body`) and returns the FcgiResponse."""
+def fcgi_message(body, params=None):
+    """The bytes of one FastCGI request (POST with `body`) as a web server sends them."""
     env = {"REQUEST_METHOD": "POST", "CONTENT_TYPE": "text/xml; charset=utf-8",
            "CONTENT_LENGTH": str(len(body)), "SCRIPT_NAME": "/ws", "SERVER_PROTOCOL": "HTTP/1.1"}
     env.update(params or {})
     env = {k: v for k, v in env.items() if v is not None}
     payload = b"".join(_name_value(k, v) for k, v in env.items())
-    message = (_record(_FCGI_BEGIN, struct.pack(">HB5x", 1, 0)) + _record(_FCGI_PARAMS, payload)
-               + _record(_FCGI_PARAMS, b"") + _record(_FCGI_STDIN, body) + _record(_FCGI_STDIN, b""))
+    return (_record(_FCGI_BEGIN, struct.pack(">HB5x", 1, 0)) + _record(_FCGI_PARAMS, payload)
+            + _record(_FCGI_PARAMS, b"") + _record(_FCGI_STDIN, body) + _record(_FCGI_STDIN, b""))
+
+
+def read_fcgi_answer(s):
+    """Reads the answer to a request sent on socket `s`; returns the FcgiResponse."""
+    # Output arrives in records of at most 64 KiB: joined once at the end, so that an answer
+    # of many megabytes costs no more than its size.
+    stdout, ended, buffer = [], False, b""
+    while not ended:
+        try:
+            data = s.recv(65536)
+        except ConnectionResetError:
+            data = b""
+        if not data:
+            break
+        buffer += data
+        while len(buffer) >= 8:
+            _, kind, _, length, padding = struct.unpack(">BBHHB", buffer[:7])
+            if len(buffer) < 8 + length + padding:
+                break
+            content = buffer[8:8 + length]
+            buffer = buffer[8 + length + padding:]
+            if kind == _FCGI_STDOUT:
+                stdout.append(content)
+            ended = ended or kind == _FCGI_END
+    return FcgiResponse(b"".join(stdout))
+
+
+def fcgi_request(socket_path, body, params=None, timeout=30.0):
+    """Sends one FastCGI request (POST with `body`) and returns the FcgiResponse."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as s:
         s.settimeout(timeout)
         s.connect(socket_path)
         try:
-            s.sendall(message)
+            s.sendall(fcgi_message(body, params))
         except (BrokenPipeError, ConnectionResetError):
             pass  # the application may answer before reading a huge body
-        # Output arrives in records of at most 64 KiB: joined once at the end, so that an answer
-        # of many megabytes costs no more than its size.
-        stdout, ended, buffer = [], False, b""
-        while not ended:
-            try:
-                data = s.recv(65536)
-            except ConnectionResetError:
-                data = b""
-            if not data:
-                break
-            buffer += data
-            while len(buffer) >= 8:
-                _, kind, _, length, padding = struct.unpack(">BBHHB", buffer[:7])
-                if len(buffer) < 8 + length + padding:
-                    break
-                content = buffer[8:8 + length]
-                buffer = buffer[8 + length + padding:]
-                if kind == _FCGI_STDOUT:
-                    stdout.append(content)
-                ended = ended or kind == _FCGI_END
-        return FcgiResponse(b"".join(stdout))
+        return read_fcgi_answer(s)
 
 
 # --- SOAP envelopes ---------------------------------------------------------------------------
