@@ -255,6 +255,21 @@ TEST_F(WriteTest, MaintenanceListRetypesValueThroughValueType) {
             (Texts{"Shut;Open", "Multistate", "open"}));
   EXPECT_EQ(stored("/Valve/Value").get_type(), DATA_TYPE_UINT);
   EXPECT_EQ(storedText("/Valve/Value"), "1");
+  // The last list of the request counts, even one after the Value; a repeated path is
+  // written in order, so its last item stays.
+  EXPECT_EQ(setList({"/Valve/WritableValues", "/Valve/Value", "/Valve/WritableValues",
+                     "/Valve/Value"},
+                    {"Shut;Open", "closed", "Closed;Opened", "opened"}, true),
+            (Texts{"Shut;Open", "closed", "Closed;Opened", "opened"}));
+  EXPECT_EQ(storedText("/Valve/Value"), "1");
+  EXPECT_EQ(storedText("/Valve/WritableValues"), "Closed;Opened");
+  // A list that failed its own conversion is not used: the store's list is too short.
+  CElement seven;
+  seven.set_int(7);
+  leaf("/Valve/WritableValues", seven);
+  EXPECT_EQ(setList({"/Valve/WritableValues", "/Valve/Value"}, {"Shut;Open", "open"}, true),
+            (Texts{"? 12 Bad Value Format : Could not transform Shut;Open",
+                   "? 12 Bad Value Format : Could not transform open"}));
   // Without ValueType a new Value is written as the client's text.
   node("/Plain");
   EXPECT_EQ(setList({"/Plain/Value"}, {"12"}, true), Texts{"12"});
