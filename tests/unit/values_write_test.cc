@@ -71,6 +71,9 @@ class WriteTest : public ValuesTest {
  protected:
   void SetUp() override {
     ValuesTest::SetUp();
+    CElement level;
+    level.set_uint(3);
+    point("/Level", level, true);  // Unsigned without state texts
     actAs("writer");
   }
   std::string set(const std::string& path, const std::string& text, bool maintenance = false,
@@ -98,9 +101,6 @@ TEST_F(WriteTest, SingleWriteConvertsAndStores) {
   EXPECT_EQ(storedText("/Mode/Value"), "2");
   EXPECT_EQ(set("/Fan", "On"), "On");
   EXPECT_EQ(storedText("/Fan/Value"), "true");
-  CElement level;
-  level.set_uint(3);
-  point("/Level", level, true);  // Unsigned without state texts
   EXPECT_EQ(set("/Level", "-5"), "4294967291");
   EXPECT_EQ(storedText("/Level/Value"), "4294967291");
   EXPECT_EQ(set("/Mode", "Turbo"),
@@ -199,9 +199,6 @@ TEST_F(WriteTest, MaintenanceValueTypeRetypesTheValueInstead) {
 }
 
 TEST_F(WriteTest, ListWriteReportsEachItem) {
-  CElement level;
-  level.set_uint(3);
-  point("/Level", level, true);  // Unsigned without state texts
   EXPECT_EQ(setList({"/Temp", "/Count", "/Mode", "/Fan", "/Online", "bad", "/Name", "/Level"},
                     {"18.5", "1", "Manual", "On", "1", "1", "2147483647", "-5"}),
             (Texts{"18.5", "? 15 Not Writable : Value is not Writable", "Manual", "On", "1",
