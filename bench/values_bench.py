@@ -8,6 +8,11 @@
 
     bench/values_bench.py BUILD_DIR [--requests N]      (default 100000)
 
+With --lists it measures instead setValues of long lists: 15000 and 49999 pairs (49999 is the
+longest list the daemon takes: paths and values together at most 100000 elements), once
+repeating one path and once of distinct paths. The time per pair should stay flat as the
+list grows.
+
 Everything runs on a temporary demo gateway with 1000 extra Real points /Bench/Pnnnn; the
 processes started are stopped and the directory removed at the end. Python only sets up and
 reports: every timed request is sent by fcgi_load (C++)."""
@@ -115,14 +120,39 @@ def rss_kb(pid):
         return int(re.search(r"VmRSS:\s+(\d+)", f.read()).group(1))
 
 
+LIST_LENGTHS = (15000, 49999)
+
+
+def list_writes(bench):
+    """setValues of long lists, one path repeated and distinct paths: latency per request."""
+    bench.make_gateway(max(LIST_LENGTHS))
+    daemon_socket = bench.env["WSGATED_SOCKET"]
+    bench.start([os.path.join(bench.bin, "wsgated"), "-d"], daemon_socket)
+    print("setValues of long lists, latency per request (1 connection, 3 requests):")
+    for n in LIST_LENGTHS:
+        texts = ["%d.25" % i for i in range(n)]
+        for name, paths in (("one path", ["/Bench/P0000"] * n),
+                            ("distinct paths", ["/Bench/P%04d" % i for i in range(n)])):
+            # The last result shows that the whole list was written.
+            r = bench.load(daemon_socket, set_values(paths, texts), 3, 1,
+                           expect="<nsc1:setValuesResult>%s<" % texts[-1])
+            print("  %5d pairs, %-14s p50 %8.1f ms  max %8.1f ms  (%.1f us per pair)"
+                  % (n, name, r["p50_us"] / 1000, r["max_us"] / 1000, r["p50_us"] / n))
+    return 0
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     parser.add_argument("build_dir")
     parser.add_argument("--requests", type=int, default=100000)
+    parser.add_argument("--lists", action="store_true",
+                        help="measure setValues of long lists instead")
     opts = parser.parse_args()
 
     bench = Bench(opts.build_dir)
     try:
+        if opts.lists:
+            return list_writes(bench)
         bench.make_gateway(1000)
         daemon_socket = bench.env["WSGATED_SOCKET"]
         trivial_socket = os.path.join(bench.dir, "trivial.socket")

@@ -1,6 +1,8 @@
 // The list write core: every pair is checked and converted on its own, then all that are
 // still to be written go to the store in one call.
 #include <algorithm>
+#include <string_view>
+#include <unordered_map>
 
 #include "platform/multistate.h"
 #include "platform/path.h"
@@ -30,16 +32,17 @@ class ListWriter {
   bool makeItems(const std::vector<std::string>& paths, const std::vector<std::string>& values);
   void checkItems(bool maintenance);
   void applyValueTypes();
+  void indexItems();
   void convertItems();
   void writeItems();
   void takeResults(std::vector<std::string>& results);
 
  private:
-  // The pending item that writes `leaf_path`, or null.
-  const WriteItem* pendingItemFor(const std::string& leaf_path) const;
+  // The last pending item that writes the WritableValues leaf `list_path`, or null.
+  const WriteItem* pendingListItemFor(const std::string& list_path);
   // The node's writable-values list: a pending item that writes it, else the store's leaf
   // when it holds more than two characters, else "".
-  std::string writableValues(const WriteItem& item) const;
+  std::string writableValues(const WriteItem& item);
   void convertValue(WriteItem& item);
   void convertAttribute(WriteItem& item);
   void fail(WriteItem& item, int code, const std::string& detail);
@@ -47,6 +50,12 @@ class ListWriter {
   toolkit::CCds& cds_;
   const RequestOptions& options_;
   std::vector<WriteItem> items_;
+  // Look-ups of the conversion pass, so that a long list costs one per item. indexItems makes
+  // them when the items' paths and types are final, keyed by the items' own path texts:
+  // the items that write a WritableValues leaf and were pending then, in item order;
+  std::unordered_map<std::string_view, std::vector<const WriteItem*>> list_items_;
+  // the type of the last item of each path that has one.
+  std::unordered_map<std::string_view, data_type_t> path_types_;
 };
 
 bool ListWriter::makeItems(const std::vector<std::string>& paths,
@@ -76,33 +85,47 @@ void ListWriter::checkItems(bool maintenance) {
 }
 
 void ListWriter::applyValueTypes() {
+  // The type each Value and .AlarmOnValue path takes; a later ValueType item of a node wins.
+  std::unordered_map<std::string, data_type_t> types;
   for (WriteItem& type_item : items_) {
     if (!type_item.pending || type_item.path.getPathAttribute() != "ValueType") continue;
     bool multistate = false;
     const data_type_t type = valueTypeFromName(type_item.text, multistate);
-    const std::string value_path = type_item.path.getNewPathStr("Value");
-    const std::string alarm_path = type_item.path.getNewPathStr(".AlarmOnValue");
-    for (WriteItem& item : items_) {
-      const std::string& path = item.path.getPath();
-      if (path == value_path || path == alarm_path) item.type = type;
-    }
+    types[type_item.path.getNewPathStr("Value")] = type;
+    types[type_item.path.getNewPathStr(".AlarmOnValue")] = type;
     // The type lives in the Value itself; the ValueType leaf is deliberately not written.
     type_item.pending = false;
     type_item.result = type_item.text;
   }
-}
-
-const WriteItem* ListWriter::pendingItemFor(const std::string& leaf_path) const {
-  const WriteItem* found = nullptr;
-  for (const WriteItem& item : items_) {
-    if (item.pending && item.path.getPath() == leaf_path) found = &item;
+  if (types.empty()) return;
+  for (WriteItem& item : items_) {
+    const auto found = types.find(item.path.getPath());
+    if (found != types.end()) item.type = found->second;
   }
-  return found;
 }
 
-std::string ListWriter::writableValues(const WriteItem& item) const {
+void ListWriter::indexItems() {
+  for (const WriteItem& item : items_) {
+    const std::string& path = item.path.getPath();
+    if (item.pending && item.path.getPathAttribute() == "WritableValues") {
+      list_items_[path].push_back(&item);
+    }
+    if (item.type != DATA_TYPE_NONE) path_types_[path] = item.type;
+  }
+}
+
+const WriteItem* ListWriter::pendingListItemFor(const std::string& list_path) {
+  const auto found = list_items_.find(list_path);
+  if (found == list_items_.end()) return nullptr;
+  // Items only ever stop being pending, so one that has stopped is dropped for good.
+  std::vector<const WriteItem*>& candidates = found->second;
+  while (!candidates.empty() && !candidates.back()->pending) candidates.pop_back();
+  return candidates.empty() ? nullptr : candidates.back();
+}
+
+std::string ListWriter::writableValues(const WriteItem& item) {
   const std::string list_path = item.path.getNewPathStr("WritableValues");
-  if (const WriteItem* list_item = pendingItemFor(list_path)) return list_item->text;
+  if (const WriteItem* list_item = pendingListItemFor(list_path)) return list_item->text;
   api_status_t status = API_STATUS_UNKNOWN;
   toolkit::CElement list;
   element_property_t prop;
@@ -151,12 +174,9 @@ void ListWriter::convertAttribute(WriteItem& item) {
   if (type == DATA_TYPE_NONE) type = attributeType(item.path.getPathAttribute());
   if (type == DATA_TYPE_VALUE_TYPE) {
     const std::string value_path = item.path.getNewPathStr("Value");
-    const WriteItem* value_item = nullptr;
-    for (const WriteItem& other : items_) {
-      if (other.path.getPath() == value_path && other.type != DATA_TYPE_NONE) value_item = &other;
-    }
+    const auto value_item = path_types_.find(value_path);
     const data_type_t value_type =
-        value_item != nullptr ? value_item->type : storedType(cds_, value_path);
+        value_item != path_types_.end() ? value_item->second : storedType(cds_, value_path);
     if (value_type != DATA_TYPE_NONE) type = value_type;
   }
   if (type == DATA_TYPE_NONE) type = DATA_TYPE_STRING;
@@ -223,6 +243,7 @@ int writeValues(toolkit::CCds& cds, const std::vector<std::string>& paths,
   if (!writer.makeItems(paths, values)) return kWriteUnauthorized;
   writer.checkItems(maintenance);
   writer.applyValueTypes();
+  writer.indexItems();
   writer.convertItems();
   writer.writeItems();
   writer.takeResults(results);

@@ -115,6 +115,18 @@ bool textFitsType(const std::string& text, data_type_t type) {
   }
 }
 
+// Converts `value`, whose text passed the Unsigned check, to Unsigned. A negative number
+// wraps around as C converts it (and as strtoul reads it: "-1" is 4294967295); it must lie
+// in the Integer range, as it must for an Integer leaf.
+bool convertToUnsigned(toolkit::CElement& value) {
+  toolkit::CElement number = value;
+  if (number.convert_type(DATA_TYPE_INT) == 0 && number.to_int() < 0) {
+    value.set_uint(static_cast<uint32_t>(number.to_int()));
+    return true;
+  }
+  return value.convert_type(DATA_TYPE_UINT) == 0;
+}
+
 }  // namespace
 
 bool checkWritable(toolkit::CCds& cds, const CPath& path, bool maintenance, const std::string& text,
@@ -155,7 +167,7 @@ bool convertText(toolkit::CElement& value, data_type_t type, const RequestOption
   bool converted = textFitsType(text, type);
   // None and the sentinel 7 have no stored form: the text is written as it is.
   if (converted && type != DATA_TYPE_NONE && type != DATA_TYPE_VALUE_TYPE) {
-    converted = value.convert_type(type) == 0;
+    converted = type == DATA_TYPE_UINT ? convertToUnsigned(value) : value.convert_type(type) == 0;
   }
   if (!converted) {
     formatError(kWsBadValueFormat, "Could not transform " + text, result, &options);

@@ -27,7 +27,8 @@ bool checkWritable(toolkit::CCds& cds, const CPath& path, bool maintenance, cons
 // Converts `value` (a string element holding the client's text) in place to `type` after
 // checking the text: Boolean takes "true"/"false" in any case; Integer and Unsigned a whole
 // decimal number other than 2147483647 (refused, deliberately: it is what an overflowing read
-// saturates to; -2147483648 passes), the empty text being 0; Real a whole number up to the
+// saturates to; -2147483648 passes), the empty text being 0, and a negative number for
+// Unsigned wraps around ("-1" is 4294967295); Real a whole number up to the
 // largest double (not NaN; -inf passes), the empty text being 0. Other types are not checked.
 // Types that are never stored (None, the sentinel 7) leave the text as it is.
 // Returns true on success with `result` holding the value's new text; otherwise `result` is

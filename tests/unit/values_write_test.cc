@@ -21,14 +21,22 @@ CElement real(double d) {
 TEST(WriteConversionTest, EachTypeAtItsLimits) {
   const std::string refused = "? 12 Bad Value Format : Could not transform ";
   const std::tuple<const char*, data_type_t, std::string> cases[] = {
-      // The largest Integer and the top half of Unsigned are refused, deliberately.
+      // 2147483647 is refused for both, deliberately.
       {"2147483647", DATA_TYPE_INT, refused + "2147483647"},
       {"-2147483648", DATA_TYPE_INT, "-2147483648"},
+      {"-2147483649", DATA_TYPE_INT, refused + "-2147483649"},
       {"", DATA_TYPE_INT, "0"},
       {"12abc", DATA_TYPE_INT, refused + "12abc"},
       {"4294967295", DATA_TYPE_UINT, "4294967295"},
+      {"4294967296", DATA_TYPE_UINT, refused + "4294967296"},
       {"2147483647", DATA_TYPE_UINT, refused + "2147483647"},
-      {"-1", DATA_TYPE_UINT, refused + "-1"},
+      // Unsigned takes the Integer texts, negative numbers wrapping around.
+      {"-1", DATA_TYPE_UINT, "4294967295"},
+      {" -5", DATA_TYPE_UINT, "4294967291"},
+      {"-2147483648", DATA_TYPE_UINT, "2147483648"},
+      {"-2147483649", DATA_TYPE_UINT, refused + "-2147483649"},
+      {"-1x", DATA_TYPE_UINT, refused + "-1x"},
+      {"-1", DATA_TYPE_UINT64, refused + "-1"},  // not checked, and out of its range
       {"1.7976931348623157e308", DATA_TYPE_REAL, "1.7976931348623157e+308"},
       {"1e309", DATA_TYPE_REAL, refused + "1e309"},
       {"inf", DATA_TYPE_REAL, refused + "inf"},
@@ -63,6 +71,9 @@ class WriteTest : public ValuesTest {
  protected:
   void SetUp() override {
     ValuesTest::SetUp();
+    CElement level;
+    level.set_uint(3);
+    point("/Level", level, true);  // Unsigned without state texts
     actAs("writer");
   }
   std::string set(const std::string& path, const std::string& text, bool maintenance = false,
@@ -90,6 +101,8 @@ TEST_F(WriteTest, SingleWriteConvertsAndStores) {
   EXPECT_EQ(storedText("/Mode/Value"), "2");
   EXPECT_EQ(set("/Fan", "On"), "On");
   EXPECT_EQ(storedText("/Fan/Value"), "true");
+  EXPECT_EQ(set("/Level", "-5"), "4294967291");
+  EXPECT_EQ(storedText("/Level/Value"), "4294967291");
   EXPECT_EQ(set("/Mode", "Turbo"),
             "? 12 Bad Value Format : Cannot find PossibleValue match to write");
   EXPECT_EQ(set("/Fan", "true"),
@@ -147,8 +160,7 @@ TEST_F(WriteTest, SourceTextNamesTheCallerAndTypedLeavesAreLogged) {
 TEST_F(WriteTest, MaintenanceWritesTypeNewAttributes) {
   EXPECT_EQ(set("/Temp/Resolution", "0.5", true), "0.5");  // the Value's type: Real
   EXPECT_EQ(stored("/Temp/Resolution").get_type(), DATA_TYPE_REAL);
-  EXPECT_EQ(set("/Temp/.BasePriority", "-1", true),
-            "? 12 Bad Value Format : Could not transform -1");
+  EXPECT_EQ(set("/Temp/.BasePriority", "-1", true), "4294967295");  // Unsigned
   EXPECT_EQ(set("/Temp/HasHistory", "TRUE", true), "true");
   EXPECT_EQ(stored("/Temp/HasHistory").get_type(), DATA_TYPE_BOOL);
   EXPECT_EQ(set("/Temp/Units", "K", true), "K");
@@ -187,11 +199,13 @@ TEST_F(WriteTest, MaintenanceValueTypeRetypesTheValueInstead) {
 }
 
 TEST_F(WriteTest, ListWriteReportsEachItem) {
-  EXPECT_EQ(setList({"/Temp", "/Count", "/Mode", "/Fan", "/Online", "bad", "/Name"},
-                    {"18.5", "1", "Manual", "On", "1", "1", "2147483647"}),
+  EXPECT_EQ(setList({"/Temp", "/Count", "/Mode", "/Fan", "/Online", "bad", "/Name", "/Level"},
+                    {"18.5", "1", "Manual", "On", "1", "1", "2147483647", "-5"}),
             (Texts{"18.5", "? 15 Not Writable : Value is not Writable", "Manual", "On", "1",
-                   "? 8 Bad Path Syntax : CDS Error in supplied path", "2147483647"}));
+                   "? 8 Bad Path Syntax : CDS Error in supplied path", "2147483647",
+                   "4294967291"}));
   EXPECT_EQ(storedText("/Temp/Value"), "18.5");
+  EXPECT_EQ(storedText("/Level/Value"), "4294967291");
   EXPECT_EQ(storedText("/Mode/Value"), "2");
   EXPECT_EQ(storedText("/Fan/Value"), "true");
   EXPECT_EQ(storedText("/Name/Value"), "2147483647");  // a string is not converted
@@ -238,6 +252,21 @@ TEST_F(WriteTest, MaintenanceListRetypesValueThroughValueType) {
             (Texts{"Shut;Open", "Multistate", "open"}));
   EXPECT_EQ(stored("/Valve/Value").get_type(), DATA_TYPE_UINT);
   EXPECT_EQ(storedText("/Valve/Value"), "1");
+  // The last list of the request counts, even one after the Value; a repeated path is
+  // written in order, so its last item stays.
+  EXPECT_EQ(setList({"/Valve/WritableValues", "/Valve/Value", "/Valve/WritableValues",
+                     "/Valve/Value"},
+                    {"Shut;Open", "closed", "Closed;Opened", "opened"}, true),
+            (Texts{"Shut;Open", "closed", "Closed;Opened", "opened"}));
+  EXPECT_EQ(storedText("/Valve/Value"), "1");
+  EXPECT_EQ(storedText("/Valve/WritableValues"), "Closed;Opened");
+  // A list that failed its own conversion is not used: the store's list is too short.
+  CElement seven;
+  seven.set_int(7);
+  leaf("/Valve/WritableValues", seven);
+  EXPECT_EQ(setList({"/Valve/WritableValues", "/Valve/Value"}, {"Shut;Open", "open"}, true),
+            (Texts{"? 12 Bad Value Format : Could not transform Shut;Open",
+                   "? 12 Bad Value Format : Could not transform open"}));
   // Without ValueType a new Value is written as the client's text.
   node("/Plain");
   EXPECT_EQ(setList({"/Plain/Value"}, {"12"}, true), Texts{"12"});
