@@ -42,7 +42,7 @@ bool installRequestDeadline() {
 }
 
 void armRequestDeadline(int fd, long milliseconds) {
-  disarmRequestDeadline();
+  g_fd = -1;  // a timer still running for an earlier connection now does nothing
   g_expiries = 0;
   g_fd = fd;
   itimerspec when{after(kGraceMilliseconds), after(milliseconds > 0 ? milliseconds : 1)};

@@ -237,6 +237,10 @@ def limit_rows():
          nsc1("getValue", "<nsc1:path>" + "<a>" * 100000 + "</a>" * 100000 + "</nsc1:path>"),
          fault("nesting")),
         ("entity expansion (billion laughs)", None, laughs.encode() + laughing, small_answer),
+        ("50 MB after the envelope", None, envelope("<nsqv:whoAmI/>") + b" " * (50 << 20),
+         answered),
+        ("text before the operation", None, envelope("<nsqv:whoAmI/>").replace(
+            b"<SOAP-ENV:Body>", b"<SOAP-ENV:Body>" + b"x" * (1 << 20)), fault("Method ''")),
         ("50 MB body", None, envelope("<nsqv:whoAmI/>").replace(
             b"<SOAP-ENV:Body>", b"<SOAP-ENV:Body>" + b" " * (50 << 20)), fault("max message")),
         ("1 MB path", None, nsc1("getValue", "<nsc1:path>/" + "A" * 1000000 + "</nsc1:path>"),

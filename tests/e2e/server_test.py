@@ -111,6 +111,15 @@ class HostileConnectionTest(GatewayTestCase):
                 s.sendall(payload)
             self.assertEqual(self.whoami(), "next")
 
+    def test_a_caller_stalled_mid_body_gets_a_fault_at_its_deadline(self):
+        message = fcgi_message(envelope("<nsqv:whoAmI/>"), {"REMOTE_USER": "stalled"})
+        with socket.socket(socket.AF_UNIX) as staller:
+            staller.connect(self.gw.socket)
+            staller.sendall(message[:-60])
+            staller.settimeout(30)
+            self.assertIn("End of file or no input", fault_of(read_fcgi_answer(staller))[1])
+        self.assertEqual(self.whoami(), "next")
+
     def test_idle_and_trickling_callers_hold_no_one_beyond_one_request_deadline(self):
         idle = [socket.socket(socket.AF_UNIX) for _ in range(3)]
         trickler = socket.socket(socket.AF_UNIX)
