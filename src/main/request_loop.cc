@@ -35,9 +35,11 @@ constexpr time_t kSelectSeconds = 5;
 constexpr uint32_t kSweepInterval = 5;
 // Caller identity fields hold at most 64 bytes of the web server's values.
 constexpr size_t kIdentityBytes = 64;
-// Connections accepted before they sent anything. They wait here, costing nothing but a
-// descriptor, instead of holding the only thread; when more arrive, the oldest goes.
-constexpr size_t kMaxWaiting = 32;
+// Connections accepted and not yet served. Those that have sent nothing wait here, costing
+// nothing but a descriptor, instead of holding the only thread; when the set is full, the
+// oldest silent one makes room, and when none is silent, the rest stay in the listening
+// socket's queue.
+constexpr size_t kMaxWaiting = 64;
 // How much of a connection's start is looked at for its parameters; a web server's are a
 // few kilobytes.
 constexpr size_t kParamsWindow = 64 << 10;
@@ -52,6 +54,7 @@ struct CallerIdentity {
 struct Waiting {
   int fd;
   int64_t deadline_ms;
+  bool fresh;  // accepted after the last select(), which therefore did not look at it
 };
 
 // Deadlines run on the real monotonic clock, as does the kernel timer that enforces them.
@@ -206,10 +209,33 @@ void serveConnection(struct soap* soap, FCGX_Request& request, int fd, int64_t d
   serveAccepted(soap, request, check == ParamsCheck::kRefused);
 }
 
-// Accepts every caller waiting on the listening socket into `waiting`, where the oldest
-// makes room for a newer one. Returns 0, or a negative errno when accepting failed.
+// What the first bytes of connection `fd` say without waiting: 1 it sent something, 0 it
+// sent nothing yet, -1 it hung up or failed.
+int firstBytes(int fd) {
+  char byte;
+  ssize_t got = recv(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+  if (got > 0) return 1;
+  return got < 0 && (errno == EAGAIN || errno == EINTR) ? 0 : -1;
+}
+
+// Closes the oldest waiting connection that has sent nothing (or hung up). False when every
+// one has a request to serve.
+bool dropSilent(std::vector<Waiting>& waiting) {
+  for (auto it = waiting.begin(); it != waiting.end(); ++it) {
+    if (firstBytes(it->fd) <= 0) {
+      close(it->fd);
+      waiting.erase(it);
+      return true;
+    }
+  }
+  return false;
+}
+
+// Accepts the callers queued on the listening socket into `waiting`, as far as there is
+// room. Returns 0, or a negative errno when accepting failed.
 int acceptWaiting(std::vector<Waiting>& waiting) {
   for (;;) {
+    if (waiting.size() == kMaxWaiting && !dropSilent(waiting)) return 0;
     int fd = accept4(0, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) {
       return errno == EAGAIN || errno == EINTR || errno == ECONNABORTED ? 0 : -errno;
@@ -218,45 +244,31 @@ int acceptWaiting(std::vector<Waiting>& waiting) {
       close(fd);
       continue;
     }
-    if (waiting.size() == kMaxWaiting) {
-      close(waiting.front().fd);
-      waiting.erase(waiting.begin());
-    }
-    waiting.push_back({fd, nowMs() + kRequestMilliseconds});
+    waiting.push_back({fd, nowMs() + kRequestMilliseconds, true});
   }
 }
 
 // Takes from `waiting` the first connection that has sent its first bytes, among those
-// select() found readable and those accepted since; drops those that hung up or are past
+// select() found readable and those accepted since; closes those that hung up or are past
 // their deadline. Returns its descriptor, or -1 when none is ready.
-int takeReady(std::vector<Waiting>& waiting, size_t accepted_from, const fd_set& readable,
-              int64_t& deadline_ms) {
+int takeReady(std::vector<Waiting>& waiting, const fd_set& readable, int64_t& deadline_ms) {
   const int64_t now = nowMs();
   int ready = -1;
   for (size_t i = 0; i < waiting.size();) {
     Waiting& w = waiting[i];
-    bool drop = false;
-    if (ready < 0 && (i >= accepted_from || FD_ISSET(w.fd, &readable))) {
-      char byte;
-      ssize_t got = recv(w.fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
-      if (got > 0) {
-        ready = w.fd;
-        deadline_ms = w.deadline_ms;
-      } else if (got == 0 || (errno != EAGAIN && errno != EINTR)) {
-        close(w.fd);
-        drop = true;
-      }
-    }
-    if (ready == w.fd) {
-      waiting.erase(waiting.begin() + i);
-    } else if (!drop && w.deadline_ms <= now) {
+    int state = 0;
+    if (ready < 0 && (w.fresh || FD_ISSET(w.fd, &readable))) state = firstBytes(w.fd);
+    w.fresh = false;
+    if (state > 0) {
+      ready = w.fd;
+      deadline_ms = w.deadline_ms;
+    } else if (state < 0 || w.deadline_ms <= now) {
       close(w.fd);
-      waiting.erase(waiting.begin() + i);
-    } else if (drop) {
-      waiting.erase(waiting.begin() + i);
     } else {
       ++i;
+      continue;
     }
+    waiting.erase(waiting.begin() + i);
   }
   return ready;
 }
@@ -306,7 +318,6 @@ int runRequestLoop(struct soap* soap) {
     }
     if (select(top + 1, &readable, nullptr, nullptr, &timeout) < 0) continue;
 
-    const size_t accepted_from = waiting.size();
     if (FD_ISSET(0, &readable)) {
       int failed = acceptWaiting(waiting);
       if (failed != 0) {
@@ -319,7 +330,7 @@ int runRequestLoop(struct soap* soap) {
       }
     }
     int64_t deadline_ms = 0;
-    const int fd = takeReady(waiting, accepted_from, readable, deadline_ms);
+    const int fd = takeReady(waiting, readable, deadline_ms);
     if (fd >= 0) {
       server.current_request = &request;
       serveConnection(soap, request, fd, deadline_ms);
