@@ -111,6 +111,18 @@ class HostileConnectionTest(GatewayTestCase):
                 s.sendall(payload)
             self.assertEqual(self.whoami(), "next")
 
+    def test_more_silent_callers_than_the_daemon_keeps_make_room_oldest_first(self):
+        idle = [socket.socket(socket.AF_UNIX) for _ in range(70)]
+        try:
+            for s in idle:
+                s.connect(self.gw.socket)
+                s.settimeout(30)
+            self.assertEqual(self.whoami(), "next")
+            self.assertEqual(idle[0].recv(1), b"")  # the oldest was closed to make room
+        finally:
+            for s in idle:
+                s.close()
+
     def test_a_caller_stalled_mid_body_gets_a_fault_at_its_deadline(self):
         message = fcgi_message(envelope("<nsqv:whoAmI/>"), {"REMOTE_USER": "stalled"})
         with socket.socket(socket.AF_UNIX) as staller:
