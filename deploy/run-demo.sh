@@ -27,9 +27,14 @@ host=$bind
 endpoint=http://$host:$port/ws
 
 say() { printf '%s\n' "$*"; }
+# Says what failed and shows the end of each log FILE that has something in it.
 fail() {
+  local file
   printf 'run-demo: %s\n' "$1" >&2
-  [ $# -gt 1 ] && [ -f "$2" ] && { say "--- last lines of $2:" >&2; tail -n 25 "$2" >&2; }
+  shift
+  for file in "$@"; do
+    [ -s "$file" ] && { say "--- last lines of $file:"; tail -n 25 "$file"; } >&2
+  done
   exit 1
 }
 
@@ -125,9 +130,11 @@ check_port() {
   fi
 }
 
+# lighttpd tells why it cannot start (a missing module, a bad setting) on its standard
+# error, before it opens its error log.
 start_lighttpd() {
   as_owner lighttpd -f "$run/lighttpd.conf" > "$run/log/lighttpd-start.log" 2>&1 ||
-    fail "lighttpd did not start" "$run/log/error.log"
+    fail "lighttpd did not start" "$run/log/lighttpd-start.log" "$run/log/error.log"
 }
 
 # Polls the endpoint with a whoAmI as guest until lighttpd and the daemon both answer.
@@ -141,7 +148,7 @@ wait_until_answering() {
     fi
     sleep 0.1
   done
-  fail "no answer from $endpoint within 10 s" "$run/log/error.log"
+  fail "no answer from $endpoint within 10 s" "$run/log/error.log" "$run/log/wsgated.log"
 }
 
 print_summary() {

@@ -74,6 +74,7 @@ done
   echo "var.wsgate_userfile = \"$run/users\""
   echo "var.wsgate_logdir   = \"$run/log\""
   echo "var.wsgate_pidfile  = \"$run/lighttpd.pid\""
+  echo "var.wsgate_confdir  = \"$deploy/lighttpd\""
   [ -n "${WSGATE_USER:-}" ] && [ "$(id -u)" -eq 0 ] && echo "server.username = \"$WSGATE_USER\""
   echo "include \"$deploy/lighttpd/wsgate.conf\""
   if [ -n "${WSGATE_TLS_PORT:-}" ]; then

@@ -2,12 +2,19 @@
 # Installs every Debian package that wsgate needs to build, test, benchmark and run.
 # Idempotent; needs root (or sudo).
 set -euo pipefail
+# A lighttpd module outside the lighttpd package is a package of its own (dpkg -S names it):
+# the HTTPS listener of deploy/lighttpd/tls.conf needs lighttpd-mod-openssl.
 packages=(
+  # build
   build-essential cmake pkg-config git
   gsoap libgsoap-dev libfcgi-dev libfcgi-bin libboost-regex-dev libsqlite3-dev sqlite3
   nlohmann-json3-dev googletest libgtest-dev libbenchmark-dev
+  # the fuzzer and the sanitizer builds
   clang libclang-rt-14-dev
-  lighttpd python3 python3-zeep curl wrk openssl
+  # the web fronts, the end-to-end tests and the benchmarks
+  lighttpd lighttpd-mod-openssl nginx python3 python3-zeep curl wrk openssl iproute2
+  # scripts/check-fresh-machine.sh
+  debootstrap
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -454,8 +454,10 @@ class WebFront:
 
     def _accepting(self, port):
         if self.process.poll() is not None:
-            raise AssertionError("lighttpd exited with %s: %s" % (self.process.returncode,
-                                                                   self.log("error.log")))
+            # lighttpd says why it cannot start (a missing module, a bad setting) on its
+            # standard error, before its error log is open.
+            raise AssertionError("lighttpd exited with %s:\n%s%s" % (
+                self.process.returncode, self.log("lighttpd.stderr"), self.log("error.log")))
         try:
             socket.create_connection(("127.0.0.1", port), timeout=1).close()
             return True
