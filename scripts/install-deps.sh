@@ -8,6 +8,7 @@ packages=(
   nlohmann-json3-dev googletest libgtest-dev libbenchmark-dev
   clang libclang-rt-14-dev
   lighttpd python3 python3-zeep curl wrk openssl
+  util-linux mount diffutils  # unshare, mount and cmp: the reset test's private mount namespace
 )
 missing=()
 for p in "${packages[@]}"; do
