@@ -15,6 +15,8 @@ packages=(
   lighttpd lighttpd-mod-openssl nginx python3 python3-zeep curl wrk openssl iproute2
   # scripts/check-fresh-machine.sh
   debootstrap
+  # the reset test's private mount namespace: unshare, mount and cmp
+  util-linux mount diffutils
 )
 missing=()
 for p in "${packages[@]}"; do

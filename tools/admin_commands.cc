@@ -163,8 +163,10 @@ int runSyslog(Context& ctx, const ParsedArgs& args) {
     throw OperationError(errorText("syslog", "store access failed"));
   }
   for (const auto& record : records) {
-    ctx.out << isoTime(record.time) << " " << severityName(record.severity) << " " << record.app
-            << ": " << record.text;
+    ctx.out << isoTime(record.time) << " " << severityName(record.severity) << " ";
+    // Lines without an application (the data server's reset requests) start with the text.
+    if (!record.app.empty()) ctx.out << record.app << ": ";
+    ctx.out << record.text;
     if (!record.detail.empty()) ctx.out << " (" << record.detail << ")";
     ctx.out << "\n";
   }
@@ -202,7 +204,8 @@ Command syslogCommand() {
   return {"syslog",
           "[--max N]",
           "Lists the newest N system-log records (default 100), oldest first, one line each:\n"
-          "time, severity, application: text (detail).",
+          "time, severity, application: text (detail); the application and the detail only\n"
+          "when set.",
           {{"--max", true}},
           0,
           0,

@@ -50,12 +50,13 @@ class Call:
     each user. An answer maps each response field to the list of its texts (a list-typed
     field to its items), or is {"fault": [text]}."""
 
-    def __init__(self, prefix, operation, args, answer=None, check=None, writes=False):
+    def __init__(self, prefix, operation, args, answer=None, check=None, writes=False,
+                 writers=WRITERS):
         self.prefix, self.operation, self.args = prefix, operation, args
-        self.answer, self.check_fn, self.writes = answer, check, writes
+        self.answer, self.check_fn, self.writes, self.writers = answer, check, writes, writers
 
     def expected(self, user):
-        if self.writes and user not in WRITERS:
+        if self.writes and user not in self.writers:
             return REFUSED_WRITE
         return self.answer
 
@@ -114,6 +115,21 @@ CALLS = [
     Call("nsc1", "setValues",
          {"options": "", "paths": ["/AHU1/Mode", "/Meter1/DemandLimit"], "values": ["Cool", "300"]},
          {"setValuesResult": ["Cool", "300"]}, writes=True),
+    # The node is made as each writer, then removed by admin (who alone may remove): the pair
+    # leaves the store as it was.
+    Call("nst1", "CreateNode",
+         {"options": "", "basePath": "/Test/Web/", "paths": ["Units", "Value"],
+          "values": ["kW", "1.5"]}, {"CreateNodeResult": ["1.5"]}, writes=True),
+    Call("nst1", "RemoveNode", {"options": "", "basePath": "/Test/Web"},
+         {"RemoveNodeResult": [""]}, writes=True, writers=("admin",)),
+    Call("nst1", "SetLeaf", {"options": "", "path": "/Meter1/Voltage/Units", "value": "V"},
+         {"SetLeafResult": ["V"]}, writes=True),
+    Call("nst1", "SetLeaves",
+         {"options": "", "paths": ["/Meter1/Voltage/Units", "/Meter1/Voltage/Description"],
+          "values": ["V", "Mains voltage"]}, {"SetLeavesResult": ["V", "Mains voltage"]},
+         writes=True),
+    Call("nst1", "getSubscribedNodes", {"subscriptionId": "sub-1"},
+         {"getSubscribedNodesResult": ["? 28 No match for SubscriberId : sub-1"]}),
 ]
 
 

@@ -208,6 +208,9 @@ class Gateway:
         self.socket = os.path.join(self.dir, "wsgated.socket")
         self.process = None
         self.pid = None
+        # A command that starts the daemon's command line given after it (for example in a
+        # namespace of its own); empty: the daemon is started directly.
+        self.launcher = []
         self.stderr_path = os.path.join(self.dir, "stderr.log")
         self.clock_file = os.path.join(self.dir, "clock")
         self.sanitizer_log = os.path.join(self.dir, "sanitizer")
@@ -235,8 +238,8 @@ class Gateway:
     def start(self, *args):
         """Starts the daemon in the directory and waits until it accepts connections."""
         if self.detached:
-            result = subprocess.run([binary("wsgated")] + list(args), cwd=self.dir, env=self.env,
-                                    capture_output=True, timeout=30)
+            result = subprocess.run(self.launcher + [binary("wsgated")] + list(args),
+                                    cwd=self.dir, env=self.env, capture_output=True, timeout=30)
             if result.returncode != 0:
                 raise AssertionError("wsgated exited with %d: %r" % (result.returncode,
                                                                      result.stdout))
@@ -244,9 +247,9 @@ class Gateway:
                                   what="the detached daemon")
         else:
             self.stderr_file = open(self.stderr_path, "ab")
-            self.process = subprocess.Popen([binary("wsgated"), "-d"] + list(args),
-                                            cwd=self.dir, env=self.env, stdout=subprocess.PIPE,
-                                            stderr=self.stderr_file)
+            command = self.launcher + [binary("wsgated"), "-d"] + list(args)
+            self.process = subprocess.Popen(command, cwd=self.dir, env=self.env,
+                                            stdout=subprocess.PIPE, stderr=self.stderr_file)
             self.pid = self.process.pid
         wait_until(self._accepting, what="the daemon's socket")
         return self

@@ -39,9 +39,6 @@ void buildDemoStore() {
     cdstool::Document doc;
     cdstool::buildDemo(doc);
     cdstool::importDocument(cds, doc, "fuzz");
-    // Everything of the demo's admin but the reset right: a reset replaces the process
-    // with the reboot program.
-    cds.rights_set({"admin", "/", "rwd"});
   } catch (...) {
     pcd_close(handle);
     throw;

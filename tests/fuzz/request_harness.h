@@ -10,8 +10,8 @@
 //   first byte & 0x80 set: after ((byte & 0x7f) >> 2) store calls succeed, one call fails
 // The seed files begin with the digits "0" to "3", so that they stay readable.
 //
-// The demo's rights are kept except that "admin" lacks the reset right: a reset request
-// must never reach the real reboot program.
+// The demo's rights are kept: "admin" may reset, and a reset answers its failure text, as
+// the binaries that serve through the harness link the fake reboot program (fake_reboot.h).
 #ifndef WSGATE_TESTS_FUZZ_REQUEST_HARNESS_H
 #define WSGATE_TESTS_FUZZ_REQUEST_HARNESS_H
 

@@ -5,6 +5,8 @@
 //                 restores CDS_PATH and removes the directory.
 //   StoreTest     a GoogleTest fixture whose SetUp opens a TempStore: `cds` is a client on
 //                 it, and pcd_default_handle() (used by CPath) is its handle.
+//   expectWholeStore(path)  fails the test unless the store file passes SQLite's integrity
+//                 check and holds no leaf without its node.
 //
 //   TEST_F(StoreTest, Something) {
 //     api_status_t st;
@@ -17,6 +19,7 @@
 #define WSGATE_TESTS_UNIT_STORE_FIXTURE_H
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <stdlib.h>
 
 #include <cstdlib>
@@ -116,6 +119,22 @@ class StoreTest : public ::testing::Test {
   TempStore store;
   toolkit::CCds cds;
 };
+
+inline void expectWholeStore(const std::string& path) {
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  sqlite3_stmt* q = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(db,
+                               "SELECT (SELECT count(*) FROM leaves WHERE node NOT IN "
+                               "(SELECT path FROM nodes)), (SELECT * FROM pragma_integrity_check)",
+                               -1, &q, nullptr),
+            SQLITE_OK);
+  ASSERT_EQ(sqlite3_step(q), SQLITE_ROW);
+  EXPECT_EQ(sqlite3_column_int(q, 0), 0) << "no leaf without its node";
+  EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(q, 1)), "ok");
+  sqlite3_finalize(q);
+  sqlite3_close(db);
+}
 
 }  // namespace wsgate_test
 
