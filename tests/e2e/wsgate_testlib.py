@@ -136,8 +136,10 @@ def read_fcgi_answer(s):
 def fcgi_request(socket_path, body, params=None, timeout=30.0):
     """Sends one FastCGI request (POST with `body`) and returns the FcgiResponse."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as s:
-        s.settimeout(timeout)
+        # Connected in blocking mode: a full listening queue then waits for room, as a web
+        # server's connect does, where a time-out would make it fail at once.
         s.connect(socket_path)
+        s.settimeout(timeout)
         try:
             s.sendall(fcgi_message(body, params))
         except (BrokenPipeError, ConnectionResetError):
