@@ -110,9 +110,9 @@ mount -t tmpfs -o mode=1777 shm "$root/dev/shm"
 
 # in_root [--userspec=U:G] COMMAND: a login-like clean environment inside the root.
 in_root() {
-  local spec=()
-  [[ ${1:-} == --userspec=* ]] && { spec=("$1"); shift; }
-  chroot "${spec[@]}" "$root" /usr/bin/env -i HOME="${HOME_IN:-/root}" LANG=C.UTF-8 \
+  local user_opt=()
+  [[ ${1:-} == --userspec=* ]] && { user_opt=("$1"); shift; }
+  chroot "${user_opt[@]}" "$root" /usr/bin/env -i HOME="${HOME_IN:-/root}" LANG=C.UTF-8 \
     PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
     WSGATE_PORT="$port" /bin/bash -c "cd $home/wsgate && $1"
 }
