@@ -204,12 +204,15 @@ class Front:
             conf = os.path.join(self.dir, "nginx.conf")
             with open(conf, "w") as f:
                 # Every caller holds a connection of nginx's, and every request handed to
-                # the daemon one more.
+                # the daemon one more. Temporary files stay in the directory, so that any
+                # user can run this.
+                temp = "".join("%s_temp_path %s/%s;\n" % (kind, self.dir, kind) for kind in
+                               ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
                 f.write("%spid %s/nginx.pid;\nerror_log %s;\n"
                         "events { worker_connections %d; }\n"
-                        "http { access_log off; include %s/nginx-site.conf; }\n"
+                        "http { access_log off;\n%sinclude %s/nginx-site.conf; }\n"
                         % ("user root;\n" if os.getuid() == 0 else "", self.dir,
-                           self.error_log, 2 * clients + 64, site))
+                           self.error_log, 2 * clients + 64, temp, site))
             front = self.spawn(["nginx", "-p", self.dir, "-c", conf, "-g", "daemon off;"],
                                "nginx.stderr")
         wait_for(self.kind, lambda: connects(("127.0.0.1", self.port)), front)

@@ -9,4 +9,4 @@
   noted = minute
 }
 /\[note\] sockets enabled again$/ && dropping { dropping = 0; next }
-{ dropping = 0; print; fflush() }
+{ dropping = 0; print }

@@ -348,11 +348,46 @@ class WebFrontTest(WebFrontTestCase):
             with self.subTest(path=path):
                 self.assertIn(self.curl.get(path)[0], (403, 404))
 
+    def test_the_error_log_is_written_through_its_filter(self):
+        wait_until(lambda: "server started" in self.web.log("error.log"),
+                   what="lighttpd's start in error.log")
+
     def test_a_request_body_over_one_megabyte_is_refused_by_the_web_server(self):
         big = envelope_of(Call("nsc1", "getValue", read("/" + "A" * (1024 * 1024))), SOAP11)
         status, _, body = self.curl.post(big, "guest")
         self.assertEqual(status, 413)  # never the daemon's: it answers 200, 4xx faults or 500
         self.assertNotIn(b"Envelope", body)
+
+
+class ErrorLogFilterTest(unittest.TestCase):
+    """deploy/lighttpd/errorlog.awk keeps one pair of lighttpd's connection-bound notes per
+    minute and every other line."""
+
+    LIMIT = "(server.c.1089) [note] sockets disabled, connection limit reached"
+    AGAIN = "(server.c.1081) [note] sockets enabled again"
+    FDS = "(server.c.1089) [note] sockets disabled, out-of-fds"
+    OTHER = "(gw_backend.c.274) establishing connection failed: socket: unix:/s"
+
+    def test_filter(self):
+        rows = [  # (lines in, as minute and text; which of them come out)
+            ([("10:00", self.OTHER)], [0]),
+            ([("10:00", self.LIMIT), ("10:00", self.AGAIN), ("10:00", self.LIMIT),
+              ("10:00", self.AGAIN), ("10:01", self.LIMIT), ("10:01", self.AGAIN)], [0, 1, 4, 5]),
+            # Other lines between a dropped note and its pair pass, and so does the pair.
+            ([("10:00", self.LIMIT), ("10:00", self.AGAIN), ("10:00", self.LIMIT),
+              ("10:00", self.OTHER), ("10:00", self.AGAIN)], [0, 1, 3, 4]),
+            ([("10:00", self.FDS), ("10:00", self.AGAIN), ("10:00", self.FDS),
+              ("10:00", self.AGAIN)], [0, 1, 2, 3]),
+        ]
+        awk = os.path.join(SOURCE_DIR, "deploy", "lighttpd", "errorlog.awk")
+        for lines, kept in rows:
+            text = ["2026-05-04 %s:%02d: %s" % (minute, i, line)
+                    for i, (minute, line) in enumerate(lines)]
+            with self.subTest(lines=lines):
+                result = subprocess.run(["/usr/bin/mawk", "-f", awk], capture_output=True,
+                                        text=True, input="".join(t + "\n" for t in text),
+                                        check=True, timeout=60)
+                self.assertEqual(result.stdout.splitlines(), [text[i] for i in kept])
 
 
 class NginxSiteTest(unittest.TestCase):
@@ -369,10 +404,14 @@ class NginxSiteTest(unittest.TestCase):
             open(os.path.join(wsdl, "x.wsdl"), "w").close()
             subprocess.run([os.path.join(SOURCE_DIR, "deploy", "site.sh"), tmp, wsdl, "18080"],
                            check=True, capture_output=True, timeout=60)
+            # Everything nginx writes goes to the temporary prefix: its default temporary
+            # directories (/var/lib/nginx) are root's, and the tests run as any user.
+            temp = "".join("%s_temp_path %s/%s;\n" % (kind, tmp, kind)
+                           for kind in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
             with open(os.path.join(tmp, "nginx.conf"), "w") as f:
                 f.write("pid %s/nginx.pid;\nerror_log %s/error.log;\nevents {}\n"
-                        "http { access_log off; include %s/nginx-site.conf; }\n"
-                        % (tmp, tmp, tmp))
+                        "http { access_log off;\n%sinclude %s/nginx-site.conf; }\n"
+                        % (tmp, tmp, temp, tmp))
             result = subprocess.run([nginx, "-t", "-p", tmp, "-c", os.path.join(tmp, "nginx.conf")],
                                     capture_output=True, text=True, timeout=60)
             self.assertEqual(result.returncode, 0, result.stderr)
