@@ -17,9 +17,6 @@ int notBuilt(struct soap* soap, const char* operation) {
 }  // namespace
 
 // clang-format off
-int __nsc1__createSubscription(struct soap* soap, _nsc1__createSubscription *, _nsc1__createSubscriptionResponse &) { return notBuilt(soap, "nsc1:createSubscription"); }
-int __nsc1__updateSubscriptionRealTimeNodes(struct soap* soap, _nsc1__updateSubscriptionRealTimeNodes *, _nsc1__updateSubscriptionRealTimeNodesResponse &) { return notBuilt(soap, "nsc1:updateSubscriptionRealTimeNodes"); }
-int __nsc1__cancelSubscription(struct soap* soap, _nsc1__cancelSubscription *, _nsc1__cancelSubscriptionResponse &) { return notBuilt(soap, "nsc1:cancelSubscription"); }
 int __nsc1__acknowledgeAlarm(struct soap* soap, _nsc1__acknowledgeAlarm *, _nsc1__acknowledgeAlarmResponse &) { return notBuilt(soap, "nsc1:acknowledgeAlarm"); }
 int nsc3__sendDeviceCmd(struct soap* soap, std::string *, std::string *, nsc3__sendCmd_s *, nsc3__sendDeviceCmdResponse &) { return notBuilt(soap, "nsc3:sendDeviceCmd"); }
 int nsc3__getDeviceCmdResult(struct soap* soap, std::string *, std::string *, int, nsc3__getDeviceCmdResultResponse &) { return notBuilt(soap, "nsc3:getDeviceCmdResult"); }
