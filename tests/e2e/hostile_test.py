@@ -237,8 +237,6 @@ def limit_rows():
         # implemented" fault; from then on the search must answer, error text or fault, in
         # bounded time.
         ("catastrophic regular expression", None, regex_request(), not_built_or(answered)),
-        ("getActiveAlarms with a malformed regular expression", None,
-         with_field(seed("getActiveAlarms")[1], "path", b"([a-"), answered),
     ] + large_rows()
 
 
@@ -288,6 +286,10 @@ def large_rows():
         ("acknowledgeAlarm of 10,001 requests", None,
          nsc1("acknowledgeAlarm", "<nsc1:requests>%s</nsc1:requests>" % acks(10001)),
          fault("occurrence")),
+        # The process's first regular-expression error loads the library's error texts
+        # once, half a megabyte that stays.
+        ("getActiveAlarms with a malformed regular expression", None,
+         with_field(seed("getActiveAlarms")[1], "path", b"([a-"), answered),
     ]
 
 
