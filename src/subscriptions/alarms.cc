@@ -12,6 +12,7 @@
 #include "service/errors.h"
 #include "service/options.h"
 #include "subscriptions/event_records.h"
+#include "subscriptions/soap_text.h"
 #include "values/writer_source.h"
 
 namespace {
@@ -30,12 +31,6 @@ const char* const kAlarmLeaves[] = {
     "/SourcePath/Value", "/SourceValue/Value",     "/AlarmMsg/Value", "/SequenceID/Value",
     "/AlarmLevel/Value", "/ConditionRaised/Value", "/Note/Value"};
 enum AlarmLeaf { kSourcePath, kSourceValue, kMessage, kSequence, kLevel, kRaised, kNote };
-
-std::string* newText(struct soap* soap, std::string text) {
-  std::string* out = soap_new_std__string(soap);
-  if (out != nullptr) *out = std::move(text);
-  return out;
-}
 
 // A leaf read alone; false when it is missing or cannot be read.
 bool readLeaf(toolkit::CCds& cds, const std::string& path, toolkit::CElement& value) {
@@ -112,17 +107,17 @@ nss1__AlarmUpdate* buildActiveAlarm(struct soap* soap, toolkit::CCds& cds, const
   alarm->SequenceIndex = leaves[kSequence].to_uint();
   alarm->EventType = nss1__EventType__Alarm;
   alarm->Time = vtx_UNIXtoVTXtime64(&leaves[kSequence].get_time());
-  alarm->Description = newText(soap, leaves[kMessage].to_string());
+  alarm->Description = soapText(soap, leaves[kMessage].to_string());
   EventSource source = formatEventSource(cds, source_path, false, leaves[kSourceValue]);
-  alarm->SourcePath = newText(soap, std::move(source.path));
-  alarm->Value = newText(soap, std::move(source.value));
-  if (source.numeric) alarm->NumericValue = newText(soap, std::move(*source.numeric));
-  alarm->Quality = newText(soap, "192");
+  alarm->SourcePath = soapText(soap, std::move(source.path));
+  alarm->Value = soapText(soap, std::move(source.value));
+  alarm->NumericValue = soapText(soap, source.numeric);
+  alarm->Quality = soapText(soap, std::string("192"));
 
   toolkit::CElement optional;
   const bool has_priority =
       readLeaf(cds, path + "/.BasePriority", optional) && optional.get_type() != DATA_TYPE_NONE;
-  alarm->BasePriority = newText(soap, has_priority ? optional.to_string() : kDefaultBasePriority);
+  alarm->BasePriority = soapText(soap, has_priority ? optional.to_string() : kDefaultBasePriority);
   const int level = leaves[kLevel].to_int();
   alarm->AckStatus = level == kLevelAcked    ? nss1__AckStatus__Acked
                      : level == kLevelClosed ? nss1__AckStatus__Closed
@@ -131,7 +126,7 @@ nss1__AlarmUpdate* buildActiveAlarm(struct soap* soap, toolkit::CCds& cds, const
   alarm->AutoClosing = readLeaf(cds, path + "/.AutoClosing", optional) &&
                        optional.get_type() == DATA_TYPE_BOOL && optional.to_bool();
   alarm->ConditionPresent = leaves[kRaised].to_bool();
-  alarm->Note = newText(soap, leaves[kNote].to_string());
+  alarm->Note = soapText(soap, leaves[kNote].to_string());
   return alarm;
 }
 

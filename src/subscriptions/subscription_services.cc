@@ -6,6 +6,7 @@
 
 #include "service/context.h"
 #include "soapH.h"
+#include "subscriptions/soap_text.h"
 #include "subscriptions/subscriptions.h"
 
 namespace {
@@ -28,12 +29,6 @@ std::optional<std::vector<RealTimeNode>> realTimeNodes(const nsc1__ArrayOfNodeSu
   return nodes;
 }
 
-std::string* newText(struct soap* soap, const std::string& text) {
-  std::string* out = soap_new_std__string(soap);
-  if (out != nullptr) *out = text;
-  return out;
-}
-
 nsc1__ArrayOfRealTimeNodeSubscriptionResult* resultList(struct soap* soap,
                                                         const RealTimeNodeResults& results) {
   if (!results) return nullptr;
@@ -43,8 +38,8 @@ nsc1__ArrayOfRealTimeNodeSubscriptionResult* resultList(struct soap* soap,
   for (size_t i = 0; i < results->size(); ++i) {
     const RealTimeNodeResult& result = (*results)[i];
     nsc1__RealTimeNodeSubscriptionResult& item = list->RealTimeNodeSubscriptionResult[i];
-    item.Value = newText(soap, result.value);
-    item.NumericValue = result.numeric ? newText(soap, *result.numeric) : nullptr;
+    item.Value = soapText(soap, result.value);
+    item.NumericValue = soapText(soap, result.numeric);
     item.Quality = result.quality;
     item.Time = result.time;
   }
