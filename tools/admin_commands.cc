@@ -1,6 +1,8 @@
 // `cds rights`, `cds events` and `cds syslog`: the rights rules, the event queue and the
 // system log.
 #include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -116,6 +118,27 @@ std::string ackName(int32_t status) {
   }
 }
 
+// A text on the event's one line: quoted, with quotes, backslashes and control characters
+// escaped, so that no note or message can break the line or forge a field.
+std::string quoted(const std::string& text) {
+  std::string out = "\"";
+  for (unsigned char c : text) {
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += static_cast<char>(c);
+    } else if (c == '\n') {
+      out += "\\n";
+    } else if (c < 0x20 || c == 0x7f) {
+      char escaped[8];
+      snprintf(escaped, sizeof escaped, "\\x%02x", c);
+      out += escaped;
+    } else {
+      out += static_cast<char>(c);
+    }
+  }
+  return out + "\"";
+}
+
 // One line per event: time, kind, event id, source path, then the fields that are set.
 void printEvent(Context& ctx, const toolkit::CEvent& event) {
   std::ostream& out = ctx.out;
@@ -133,10 +156,36 @@ void printEvent(Context& ctx, const toolkit::CEvent& event) {
   }
   if (event.sequence_index != 0) out << " seq=" << event.sequence_index;
   if (event.base_priority != 0) out << " priority=" << event.base_priority;
-  if (!event.message.empty()) out << " msg=\"" << event.message << "\"";
-  if (!event.note.empty()) out << " note=\"" << event.note << "\"";
+  if (!event.message.empty()) out << " msg=" << quoted(event.message);
+  if (!event.note.empty()) out << " note=" << quoted(event.note);
   if (!event.source.empty()) out << " by " << event.source;
   out << "\n";
+}
+
+// Every field of an event, set or not, for programs.
+nlohmann::ordered_json eventJson(const toolkit::CEvent& event) {
+  nlohmann::ordered_json value = nullptr;
+  if (event.value.get_type() != DATA_TYPE_NONE) value = event.value.to_string();
+  return {{"time", vtx_UNIXtoVTXtime64(&event.timestamp)},
+          {"kind", event.kind},
+          {"kind_name", kindName(event.kind)},
+          {"event_id", event.event_id},
+          {"source_path", event.source_path},
+          {"category", event.category},
+          {"value", value},
+          {"value_type", typeName(event.value.get_type())},
+          {"level_quality", event.level_quality},
+          {"quality", event.quality()},
+          {"message", event.message},
+          {"sequence_index", event.sequence_index},
+          {"ack_status", event.ack_status},
+          {"ack_name", ackName(event.ack_status)},
+          {"variation_level", event.variation_level},
+          {"base_priority", event.base_priority},
+          {"condition_present", event.condition_present},
+          {"auto_closing", event.auto_closing},
+          {"note", event.note},
+          {"source", event.source}};
 }
 
 int runEvents(Context& ctx, const ParsedArgs& args) {
@@ -144,6 +193,12 @@ int runEvents(Context& ctx, const ParsedArgs& args) {
   std::vector<toolkit::CEvent> events;
   if (ctx.cds.events_list(events, max) != 0) {
     throw OperationError(errorText("events", "store access failed"));
+  }
+  if (args.has("--json")) {
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const auto& event : events) list.push_back(eventJson(event));
+    ctx.out << list.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
+    return kExitOk;
   }
   for (const auto& event : events) printEvent(ctx, event);
   return kExitOk;
@@ -191,10 +246,12 @@ Command rightsCommand() {
 
 Command eventsCommand() {
   return {"events",
-          "[--max N]",
+          "[--max N] [--json]",
           "Lists the newest N queued events (default 100), oldest first, one line each:\n"
-          "time, kind, event id, source path and the fields that are set.",
-          {{"--max", true}},
+          "time, kind, event id, source path and the fields that are set (texts quoted,\n"
+          "with \\\", \\\\, \\n and \\xNN escapes). --json gives a JSON array of the same\n"
+          "events with every field, for programs.",
+          {{"--max", true}, {"--json", false}},
           0,
           0,
           runEvents};

@@ -69,6 +69,22 @@ struct DemoCommandArea {
   std::vector<const char*> commands;  // below cmdList: "cmdLine/TEXT", "cmdBasic/NAME/PARAM"
 };
 
+struct DemoRealTimeNode {
+  const char* path;
+  const char* freshness;  // RqstdFreshness, milliseconds
+  const char* deadband;   // Deadband, percent
+};
+
+// A subscription record as createSubscription writes it.
+struct DemoSubscription {
+  const char* id;
+  const char* reply_uri;
+  const char* lease;
+  int64_t log_since;
+  const char* log_options;
+  std::vector<DemoRealTimeNode> nodes;
+};
+
 struct DemoLeaf {
   const char* path;
   const char* type;
@@ -142,6 +158,12 @@ const DemoCommandArea kCommandAreas[] = {
                        "cmdIval/setpoint/offset"}},
   // Version 0: commands of schema version 1 are refused.
   {"/Meter1/Submeter", "0", "1", {"cmdLine/reset demand"}},
+};
+
+const DemoSubscription kSubscriptions[] = {
+  // id      reply address                    lease     log since  options (Trend Alarm)
+  {"sub-1", "http://192.0.2.10:8081/notify", "600000", kT0,       "5",
+   {{"/Meter1/Voltage", "1000", "0.5"}, {"/AHU1/Fan", "5000", "0"}}},
 };
 
 const DemoLeaf kOtherLeaves[] = {
@@ -235,6 +257,39 @@ void addCommandArea(Document& doc, const DemoCommandArea& area) {
   doc.nodes.push_back(root + "/outQueue");
 }
 
+// A node of a subscription record: NodeType "Point" with its Value, or "Collection" (type
+// "None") without one.
+void addRecordNode(Document& doc, const std::string& node, const char* type, const char* value,
+                   const char* units) {
+  const bool point = value != nullptr;
+  addLeaf(doc, node + "/NodeType", "String", point ? "Point" : "Collection");
+  addLeaf(doc, node + "/ValueType", "String", type);
+  if (point) addLeaf(doc, node + "/Value", type, value);
+  if (units != nullptr) addLeaf(doc, node + "/Units", "String", units);
+}
+
+void addSubscription(Document& doc, const DemoSubscription& sub) {
+  const std::string root =
+      std::string("/Software/Data Servers/WS-Publisher/Subscriptions/") + sub.id;
+  const std::string since = std::to_string(sub.log_since);
+  const std::string count = std::to_string(sub.nodes.size());
+  addRecordNode(doc, root + "/ReplyURI", "String", sub.reply_uri, nullptr);
+  addRecordNode(doc, root + "/LeaseDuration", "Integer", sub.lease, "milliseconds");
+  addRecordNode(doc, root + "/LogSinceTime", "timeval", since.c_str(), nullptr);
+  addRecordNode(doc, root + "/LogOptions", "Integer", sub.log_options, "no-units");
+  addRecordNode(doc, root + "/RTNodeCount", "Integer", count.c_str(), "no-units");
+  addRecordNode(doc, root + "/RTNodes", "None", nullptr, nullptr);
+  addLeaf(doc, root + "/RTNodes/HasDynamicChildren", "Boolean", "true");
+  for (const DemoRealTimeNode& node : sub.nodes) {
+    std::string name;
+    CPath::PathToNodeName(node.path, name);
+    const std::string entry = root + "/RTNodes/" + name;
+    addRecordNode(doc, entry, "None", nullptr, nullptr);
+    addRecordNode(doc, entry + "/RqstdFreshness", "Integer", node.freshness, "milliseconds");
+    addRecordNode(doc, entry + "/Deadband", "Real", node.deadband, "percent");
+  }
+}
+
 const char* pointType(const char* path) {
   for (const DemoPoint& point : kPoints) {
     if (std::string(point.path) == path) return point.type;
@@ -250,6 +305,7 @@ void buildDemo(Document& doc) {
   for (const DemoLimits& limits : kLimits) addLimits(doc, limits, pointType(limits.path));
   for (const DemoAlarm& alarm : kAlarms) addAlarm(doc, alarm);
   for (const DemoCommandArea& area : kCommandAreas) addCommandArea(doc, area);
+  for (const DemoSubscription& sub : kSubscriptions) addSubscription(doc, sub);
   for (const DemoLeaf& leaf : kOtherLeaves) addLeaf(doc, leaf.path, leaf.type, leaf.value);
   for (const char* node : kOtherNodes) doc.nodes.push_back(node);
   doc.rights.assign(std::begin(kRights), std::end(kRights));

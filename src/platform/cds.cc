@@ -251,6 +251,37 @@ CReadBatch::~CReadBatch() {
   }
 }
 
+CWriteBatch::CWriteBatch(CCds& cds) : handle_(cds.handle()) {
+  if (handle_ == nullptr || !store::ownedHere(handle_) ||
+      sqlite3_get_autocommit(handle_->db) == 0 || !store::execute(handle_, "BEGIN IMMEDIATE")) {
+    handle_ = nullptr;
+    return;
+  }
+  handle_->write_batch = true;
+}
+
+CWriteBatch::~CWriteBatch() {
+  commit();
+}
+
+int CWriteBatch::commit() {
+  if (handle_ == nullptr) return 0;
+  pcd_connection* c = handle_;
+  handle_ = nullptr;
+  c->write_batch = false;
+  const bool open = sqlite3_get_autocommit(c->db) == 0;
+  if (open && store::begin_call(c) != nullptr && store::execute(c, "COMMIT")) return 0;
+  if (sqlite3_get_autocommit(c->db) == 0) store::execute(c, "ROLLBACK");
+  return store::kCallFailed;
+}
+
+void CWriteBatch::rollback() {
+  if (handle_ == nullptr) return;
+  handle_->write_batch = false;
+  if (sqlite3_get_autocommit(handle_->db) == 0) store::execute(handle_, "ROLLBACK");
+  handle_ = nullptr;
+}
+
 }  // namespace toolkit
 
 void pcd_close(pcd_handle_t handle) {

@@ -219,6 +219,34 @@ class CReadBatch {
   pcd_handle_t handle_;
 };
 
+// One write transaction across several calls of a client, from construction to commit():
+// other processes see the calls' writes together, at the commit, and the calls share one
+// commit instead of paying one each, which is most of the cost of many small writes. Each
+// call still succeeds or fails by itself (a failing call undoes only its own changes) and
+// reads see the batch's writes. The write lock is held until the commit: keep batches short.
+// Without a connection, while another transaction of the client is open (a read or write
+// batch), or when the write lock stays taken beyond the busy time-out, the object does
+// nothing and every call commits by itself, as without it.
+class CWriteBatch {
+ public:
+  explicit CWriteBatch(CCds& cds);
+  // Commits what commit() or rollback() has not ended.
+  ~CWriteBatch();
+  CWriteBatch(const CWriteBatch&) = delete;
+  CWriteBatch& operator=(const CWriteBatch&) = delete;
+
+  // Ends the batch keeping its writes; 0 on success (also when the object does nothing).
+  // Non-zero when the commit fails or SQLite ended the transaction on its own (every call
+  // made since then has failed): then none of the batch's writes are kept. Counts as a store
+  // call for pcd_inject_failure.
+  int commit();
+  // Ends the batch undoing all its writes.
+  void rollback();
+
+ private:
+  pcd_handle_t handle_;
+};
+
 }  // namespace toolkit
 
 #endif  // WSGATE_PLATFORM_CDS_H

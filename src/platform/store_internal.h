@@ -97,6 +97,9 @@ struct pcd_connection {
   // Open toolkit::CReadBatch objects; while above 0 a read snapshot is open and every call
   // runs inside it.
   int read_batches = 0;
+  // True while a toolkit::CWriteBatch holds a write transaction open: every call runs
+  // inside it, each write in a savepoint of its own.
+  bool write_batch = false;
 
   ~pcd_connection();
 };
@@ -111,11 +114,16 @@ pcd_connection* begin_call(pcd_handle_t handle);
 // connection) and returns false.
 bool ownedHere(pcd_connection* c);
 sqlite3_stmt* prepare(pcd_connection* c, const char* sql);
+// Runs a statement without parameters or rows ("COMMIT"); true when it worked.
+bool execute(pcd_connection* c, const char* sql);
 
 // A transaction around one multi-item call: BEGIN IMMEDIATE for writes (the write lock is
 // taken at once, so the busy time-out applies there and never half-way through), plain
 // BEGIN for reads. Rolled back unless committed. Inside a read batch a read joins the
-// batch's snapshot (nothing to begin or commit) and a write fails.
+// batch's snapshot (nothing to begin or commit) and a write fails. Inside a write batch a
+// read joins the batch and a write runs in a savepoint, so that a failing call undoes only
+// its own changes; once SQLite has ended the batch's transaction on its own (after some
+// errors), every call fails until the batch ends.
 class Transaction {
  public:
   Transaction(pcd_connection* c, bool write);
@@ -131,7 +139,8 @@ class Transaction {
  private:
   pcd_connection* c_;
   bool active_ = false;
-  bool joined_ = false;  // part of the connection's read batch
+  bool joined_ = false;     // part of the connection's read or write batch
+  bool savepoint_ = false;  // a write inside the connection's write batch
 };
 
 // The common course of a call on one node or leaf path: take the connection, parse the

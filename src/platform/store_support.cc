@@ -71,21 +71,35 @@ sqlite3_stmt* prepare(pcd_connection* c, const char* sql) {
   return c->statements.get(c->db, sql);
 }
 
+bool execute(pcd_connection* c, const char* sql) {
+  Stmt statement(prepare(c, sql));
+  return statement.ok() && statement.step() == SQLITE_DONE;
+}
+
 Transaction::Transaction(pcd_connection* c, bool write) : c_(c) {
   if (c_->read_batches > 0) {
     joined_ = !write;
     active_ = joined_;
     return;
   }
-  const char* sql = write ? "BEGIN IMMEDIATE" : "BEGIN";
-  Stmt begin(prepare(c_, sql));
-  active_ = begin.ok() && begin.step() == SQLITE_DONE;
+  if (c_->write_batch) {
+    joined_ = !write;
+    savepoint_ = write;
+    // Once SQLite has ended the batch's transaction (after some errors) a savepoint would
+    // begin a transaction of its own: the call fails instead.
+    active_ = sqlite3_get_autocommit(c_->db) == 0 && (joined_ || execute(c_, "SAVEPOINT call"));
+    return;
+  }
+  active_ = execute(c_, write ? "BEGIN IMMEDIATE" : "BEGIN");
 }
 
 Transaction::~Transaction() {
-  if (active_ && !joined_ && alive()) {
-    Stmt rollback(prepare(c_, "ROLLBACK"));
-    if (rollback.ok()) rollback.step();
+  if (!active_ || joined_ || !alive()) return;
+  if (savepoint_) {
+    execute(c_, "ROLLBACK TO call");
+    execute(c_, "RELEASE call");
+  } else {
+    execute(c_, "ROLLBACK");
   }
 }
 
@@ -99,8 +113,8 @@ bool Transaction::commit() {
     return false;
   }
   if (joined_) return true;  // the batch ends the snapshot
-  Stmt commit(prepare(c_, "COMMIT"));
-  if (!commit.ok() || commit.step() != SQLITE_DONE) return false;  // the destructor rolls back
+  // On failure the destructor rolls back.
+  if (!execute(c_, savepoint_ ? "RELEASE call" : "COMMIT")) return false;
   active_ = false;
   return true;
 }

@@ -11,16 +11,19 @@
 namespace {
 
 // Writes an Integer leaf of `node`, creating the node when it is missing.
-int writeIntLeaf(toolkit::CCds* cds, const std::string& node, const char* leaf, int value) {
+int writeIntLeaf(toolkit::CCds* cds, const std::string& node, const char* leaf, int value,
+                 const std::string& source) {
   if (cds == nullptr) return -1;
   toolkit::CElement element;
   element.set_int(value);
   const std::string path = store::leaf_path(node, leaf);
   api_status_t status;
-  int rc = cds->set_leaf(path, element, status, false, "");
+  int rc = cds->set_leaf(path, element, status, false, source);
   if (rc == 0 && status == API_STATUS_NO_NODE) {
-    rc = cds->add_node(node, status, "");
-    if (rc == 0 && status == API_STATUS_OK) rc = cds->set_leaf(path, element, status, false, "");
+    rc = cds->add_node(node, status, source);
+    if (rc == 0 && status == API_STATUS_OK) {
+      rc = cds->set_leaf(path, element, status, false, source);
+    }
   }
   return rc == 0 && status == API_STATUS_OK ? 0 : -1;
 }
@@ -40,18 +43,18 @@ data_type_t templateValueType(const tagnval* leaves) {
 }  // namespace
 
 int CCds_SwInfo::SetAppStatus(AppStatuses status) {
-  return writeIntLeaf(cds_, path_, "AppStatus", status);
+  return writeIntLeaf(cds_, path_, "AppStatus", status, source_);
 }
 
 int CCds_SwInfo::SetAppError(AppErrors error) {
-  return writeIntLeaf(cds_, path_, "AppError", error);
+  return writeIntLeaf(cds_, path_, "AppError", error, source_);
 }
 
 int CCds_SwInfo::FillSwInfoNode(const swinfo_template_t& tmpl) {
   if (cds_ == nullptr) return -1;
   const std::string node = path_ + (tmpl.node != nullptr ? tmpl.node : "");
   api_status_t status;
-  if (cds_->add_node(node, status, "") != 0 || status != API_STATUS_OK) return -1;
+  if (cds_->add_node(node, status, source_) != 0 || status != API_STATUS_OK) return -1;
   const data_type_t value_type = templateValueType(tmpl.leaves);
   std::vector<std::string> paths;
   std::vector<toolkit::CElement> values;
@@ -66,7 +69,7 @@ int CCds_SwInfo::FillSwInfoNode(const swinfo_template_t& tmpl) {
     values.push_back(value);
   }
   std::vector<api_status_t> statuses;
-  if (cds_->set_leaves(paths, values, std::vector<char>(paths.size(), 0), statuses, "") != 0) {
+  if (cds_->set_leaves(paths, values, std::vector<char>(paths.size(), 0), statuses, source_) != 0) {
     return -1;
   }
   for (api_status_t s : statuses) {
@@ -76,7 +79,7 @@ int CCds_SwInfo::FillSwInfoNode(const swinfo_template_t& tmpl) {
 }
 
 int CCds_SwInfo::SetIntValue(const char* suffix, int value) {
-  return writeIntLeaf(cds_, path_ + (suffix != nullptr ? suffix : ""), "Value", value);
+  return writeIntLeaf(cds_, path_ + (suffix != nullptr ? suffix : ""), "Value", value, source_);
 }
 
 int CCds_SwInfo::UpdateIntValue(const char* suffix, int increment) {
@@ -92,7 +95,7 @@ int CCds_SwInfo::UpdateIntValue(const char* suffix, int increment) {
   }
   // Wraps like the 32-bit counter it is rather than overflowing.
   int next = static_cast<int>(static_cast<unsigned>(current) + static_cast<unsigned>(increment));
-  return writeIntLeaf(cds_, node, "Value", next);
+  return writeIntLeaf(cds_, node, "Value", next, source_);
 }
 
 void CCds_SwInfo::PrintString(const std::string& text) {

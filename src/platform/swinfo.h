@@ -44,6 +44,8 @@ class CCds_SwInfo {
 
   void SetPath(const std::string& path) { path_ = path; }
   const std::string& GetPath() const { return path_; }
+  // The writer's source text of every node and leaf written from now on ("" at first).
+  void SetSource(const std::string& source) { source_ = source; }
 
   // Write path + "/AppStatus" and path + "/AppError", creating the node when missing.
   // Return 0 on success.
@@ -68,6 +70,7 @@ class CCds_SwInfo {
  private:
   std::string path_;
   toolkit::CCds* cds_;
+  std::string source_;
 };
 
 #endif  // WSGATE_PLATFORM_SWINFO_H

@@ -17,10 +17,6 @@ int notBuilt(struct soap* soap, const char* operation) {
 }  // namespace
 
 // clang-format off
-int __nsc1__createSubscription(struct soap* soap, _nsc1__createSubscription *, _nsc1__createSubscriptionResponse &) { return notBuilt(soap, "nsc1:createSubscription"); }
-int __nsc1__updateSubscriptionRealTimeNodes(struct soap* soap, _nsc1__updateSubscriptionRealTimeNodes *, _nsc1__updateSubscriptionRealTimeNodesResponse &) { return notBuilt(soap, "nsc1:updateSubscriptionRealTimeNodes"); }
-int __nsc1__cancelSubscription(struct soap* soap, _nsc1__cancelSubscription *, _nsc1__cancelSubscriptionResponse &) { return notBuilt(soap, "nsc1:cancelSubscription"); }
-int __nsc1__acknowledgeAlarm(struct soap* soap, _nsc1__acknowledgeAlarm *, _nsc1__acknowledgeAlarmResponse &) { return notBuilt(soap, "nsc1:acknowledgeAlarm"); }
 int nsc3__sendDeviceCmd(struct soap* soap, std::string *, std::string *, nsc3__sendCmd_s *, nsc3__sendDeviceCmdResponse &) { return notBuilt(soap, "nsc3:sendDeviceCmd"); }
 int nsc3__getDeviceCmdResult(struct soap* soap, std::string *, std::string *, int, nsc3__getDeviceCmdResultResponse &) { return notBuilt(soap, "nsc3:getDeviceCmdResult"); }
 int nsqv__getDeviceTree(struct soap* soap, std::string *, std::string *, bool, nsqv__getDeviceTreeResponse &) { return notBuilt(soap, "nsqv:getDeviceTree"); }
@@ -28,7 +24,6 @@ int nsqv__findAttributeMatches(struct soap* soap, std::string *, std::string *, 
 int nsqv__getLeafDescriptors(struct soap* soap, std::string *, std::string *, nsqv__ArrayOfString *, nsqv__getLeafDescriptorsResponse &) { return notBuilt(soap, "nsqv:getLeafDescriptors"); }
 int nsqv__getDeltaLog(struct soap* soap, nsqv__logRetrieveRequest *, nsqv__getDeltaLogResponse &) { return notBuilt(soap, "nsqv:getDeltaLog"); }
 int nsqv__getEventLog(struct soap* soap, nsqv__logRetrieveRequest *, nsqv__getEventLogResponse &) { return notBuilt(soap, "nsqv:getEventLog"); }
-int nsqv__getActiveAlarms(struct soap* soap, nsqv__logRetrieveRequest *, nsqv__getActiveAlarmsResponse &) { return notBuilt(soap, "nsqv:getActiveAlarms"); }
 int nsqv__getTrendPeriods(struct soap* soap, std::string *, nsqv__getTrendPeriodsResponse &) { return notBuilt(soap, "nsqv:getTrendPeriods"); }
 int nsqv__getDeviceTrendParams(struct soap* soap, std::string *, std::string *, nsqv__getDeviceTrendParamsResponse &) { return notBuilt(soap, "nsqv:getDeviceTrendParams"); }
 int nsqv__getTrendData(struct soap* soap, nsqv__getTrendDataRequest *, nsqv__getTrendDataResponse &) { return notBuilt(soap, "nsqv:getTrendData"); }

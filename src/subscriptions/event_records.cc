@@ -6,6 +6,7 @@
 #include "platform/multistate.h"
 #include "platform/path.h"
 #include "platform/vtx.h"
+#include "subscriptions/soap_text.h"
 
 namespace {
 
@@ -14,16 +15,6 @@ constexpr const char* kConfigurationChanged = "/Software/System Settings/Configu
 
 bool startsWith(const std::string& text, const char* prefix) {
   return text.compare(0, std::char_traits<char>::length(prefix), prefix) == 0;
-}
-
-std::string* newText(struct soap* soap, std::string text) {
-  std::string* out = soap_new_std__string(soap);
-  if (out != nullptr) *out = std::move(text);
-  return out;
-}
-
-std::string* newText(struct soap* soap, const std::optional<std::string>& text) {
-  return text ? newText(soap, *text) : nullptr;
 }
 
 const char* levelText(uint32_t level) {
@@ -100,30 +91,30 @@ nss1__Event* fillEvent(struct soap* soap, toolkit::CCds& cds, const toolkit::CEv
   if (structure_change) {
     event->EventType = nss1__EventType__StructureChanged;
     event->Description =
-        newText(soap, record.message.empty() ? std::string("Device Node Structure Changed")
-                                             : record.message);
-    event->SourcePath = newText(soap, std::string("/"));
+        soapText(soap, record.message.empty() ? std::string("Device Node Structure Changed")
+                                              : record.message);
+    event->SourcePath = soapText(soap, std::string("/"));
   } else {
     event->EventType = nss1__EventType__Event;
     EventSource source = formatEventSource(cds, record.source_path, true, record.value);
-    event->SourcePath = newText(soap, std::move(source.path));
-    event->Value = newText(soap, std::move(source.value));
-    event->NumericValue = newText(soap, source.numeric);
+    event->SourcePath = soapText(soap, std::move(source.path));
+    event->Value = soapText(soap, std::move(source.value));
+    event->NumericValue = soapText(soap, source.numeric);
     if (!record.message.empty()) {
-      event->Description = newText(soap, record.message);
+      event->Description = soapText(soap, record.message);
     } else if (record.kind == toolkit::CEvent::kKindSystemLevel) {
-      event->Description = newText(soap, std::string(levelText(record.level_quality)));
+      event->Description = soapText(soap, std::string(levelText(record.level_quality)));
     } else {
-      event->Description = newText(soap, std::string());
+      event->Description = soapText(soap, std::string());
     }
   }
   event->Time = vtx_UNIXtoVTXtime64(&record.timestamp);
   if (record.quality() != toolkit::CEvent::kQualityGood) {
     // A level-coded record's quality word holds its level: it is reported as good,
     // deliberately, rather than as a quality code it never had.
-    event->Quality = newText(soap, record.kind == toolkit::CEvent::kKindSystemLevel
-                                       ? decimal(toolkit::CEvent::kQualityGood)
-                                       : decimal(record.quality()));
+    event->Quality = soapText(soap, record.kind == toolkit::CEvent::kKindSystemLevel
+                                        ? decimal(toolkit::CEvent::kQualityGood)
+                                        : decimal(record.quality()));
   }
   return event;
 }
@@ -150,9 +141,9 @@ nss1__AlarmUpdate* buildAlarmEvent(struct soap* soap, toolkit::CCds& cds,
     alarm->AckStatus = static_cast<nss1__AckStatus>(record.ack_status);
     alarm->ConditionPresent = record.condition_present;
     alarm->AutoClosing = record.auto_closing;
-    if (!record.note.empty()) alarm->Note = newText(soap, record.note);
+    if (!record.note.empty()) alarm->Note = soapText(soap, record.note);
     if (record.base_priority != 0)
-      alarm->BasePriority = newText(soap, decimal(record.base_priority));
+      alarm->BasePriority = soapText(soap, decimal(record.base_priority));
     alarm->VariationLevel = record.variation_level;
     return alarm;
   } catch (const std::exception& e) {
@@ -169,9 +160,9 @@ nss1__PublishedValue* vtxPublishedValue(struct soap* soap, toolkit::CCds& cds,
   if (published == nullptr) return nullptr;
   try {
     EventSource source = formatEventSource(cds, record.source_path, true, record.value);
-    published->Path = newText(soap, std::move(source.path));
-    published->Value = newText(soap, std::move(source.value));
-    published->NumericValue = newText(soap, source.numeric);
+    published->Path = soapText(soap, std::move(source.path));
+    published->Value = soapText(soap, std::move(source.value));
+    published->NumericValue = soapText(soap, source.numeric);
     published->Quality = record.quality();
     published->Time = vtx_UNIXtoVTXtime64(&record.timestamp);
     published->RealTime = false;

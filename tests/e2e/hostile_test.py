@@ -266,9 +266,27 @@ def limit_rows():
     ] + large_rows()
 
 
+def real_time_nodes(n):
+    return ("<nsc1:NodeSubscription><nsc1:Path>/A</nsc1:Path><nsc1:RequestedFreshness>1"
+            "</nsc1:RequestedFreshness><nsc1:DeadbandPercent>0</nsc1:DeadbandPercent>"
+            "</nsc1:NodeSubscription>") * n
+
+
+def acks(n):
+    return ("<nsc1:AckRequest><nsc1:EventId>1</nsc1:EventId><nsc1:VariationLevel>1"
+            "</nsc1:VariationLevel><nsc1:Status>Acked</nsc1:Status></nsc1:AckRequest>") * n
+
+
 def large_rows():
-    """Large but legitimate requests: answered in full. They also warm the daemon up before
-    its memory is first measured."""
+    """Large but legitimate requests: answered in full, or refused by an operation's own
+    limit after the runtime has read them whole. They also warm the daemon up before its
+    memory is first measured."""
+    create = ("<nsc1:subscriptionId>hostile</nsc1:subscriptionId><nsc1:leaseDuration>1"
+              "</nsc1:leaseDuration><nsc1:realTimeNodes>%s</nsc1:realTimeNodes><nsc1:logSinceTime>"
+              "0</nsc1:logSinceTime><nsc1:subscribeLogOptions>Alarm</nsc1:subscribeLogOptions>")
+    update = ("<nsc1:subscriptionId>%s</nsc1:subscriptionId><nsc1:realTimeNodesToAdd>%s"
+              "</nsc1:realTimeNodesToAdd><nsc1:realTimeNodesToRemove>%s"
+              "</nsc1:realTimeNodesToRemove>")
     return [
         ("10,000-item getValues", None,
          nsc1("getValues", "<nsc1:paths>" + paths(["/Meter1/Voltage"] * 10000) + "</nsc1:paths>"),
@@ -276,6 +294,28 @@ def large_rows():
         ("5,000-pair setValues of read-only points", "operator",
          nsc1("setValues", paths(["/Meter1/Voltage"] * 5000, "nsc1:paths")
               + paths(["1"] * 5000, "nsc1:values")), count(5000, "? 15")),
+        # At most 10,000 real-time nodes to add or remove and 10,000 acknowledgements per
+        # request; beyond, the request is refused before anything is written.
+        ("updateSubscriptionRealTimeNodes of 10,000 nodes", None,
+         nsc1("updateSubscriptionRealTimeNodes",
+              update % ("nobody", real_time_nodes(10000), paths(["/A"] * 10000))),
+         lambda response, test: test.assertEqual(results(response)[::3], [
+             "? 28 No match for SubscriberId : updateSubscriptionRealTimeNodes() failed"])),
+        # 100,000 real-time nodes do not even fit in the largest message.
+        ("createSubscription of 100,000 real-time nodes", None,
+         nsc1("createSubscription", create % real_time_nodes(100000)), fault("max message")),
+        ("createSubscription of 10,001 real-time nodes", None,
+         nsc1("createSubscription", create % real_time_nodes(10001)), fault("occurrence")),
+        ("updateSubscriptionRealTimeNodes removing 10,001 nodes", None,
+         nsc1("updateSubscriptionRealTimeNodes", update % ("sub-1", "", paths(["/A"] * 10001))),
+         fault("occurrence")),
+        ("acknowledgeAlarm of 10,001 requests", None,
+         nsc1("acknowledgeAlarm", "<nsc1:requests>%s</nsc1:requests>" % acks(10001)),
+         fault("occurrence")),
+        # The process's first regular-expression error loads the library's error texts
+        # once, half a megabyte that stays.
+        ("getActiveAlarms with a malformed regular expression", None,
+         with_field(seed("getActiveAlarms")[1], "path", b"([a-"), answered),
     ]
 
 

@@ -46,7 +46,8 @@ with warnings.catch_warnings():
 
 class Call:
     """One call of an operation: the arguments, given once for both clients (a list is a
-    repeated element, {"string": [...]} an nsc1:ArrayOfString), and the answer expected as
+    repeated element, a dict a record or array of its fields, so {"string": [...]} is an
+    nsc1:ArrayOfString), and the answer expected as
     each user. An answer maps each response field to the list of its texts (a list-typed
     field to its items), or is {"fault": [text]}."""
 
@@ -130,6 +131,40 @@ CALLS = [
          writes=True),
     Call("nst1", "getSubscribedNodes", {"subscriptionId": "sub-1"},
          {"getSubscribedNodesResult": ["? 28 No match for SubscriberId : sub-1"]}),
+    # Subscribing needs no write right. Each create replaces the same record, so it may run
+    # again; the first user's cancel (users go in USERS order) removes it, the others' find
+    # nothing to cancel.
+    Call("nsc1", "createSubscription",
+         {"options": "", "subscriptionId": "web-1", "replyUri": "http://192.0.2.7/notify",
+          "leaseDuration": "60000",
+          "realTimeNodes": {"NodeSubscription": [
+              {"Path": "/Meter1/Breaker", "RequestedFreshness": "1000", "DeadbandPercent": "0"}]},
+          "logSinceTime": "1700000000000", "subscribeLogOptions": "Alarm"},
+         check=lambda t, u, a: t.assertRegex(a["createSubscriptionResult"][0],
+                                             r"^Value=Closed;NumericValue=1;Quality=192;Time=\d+$")),
+    Call("nsc1", "updateSubscriptionRealTimeNodes",
+         {"subscriptionId": "sub-1",
+          "realTimeNodesToAdd": {"NodeSubscription": [
+              {"Path": "/Meter1/Frequency", "RequestedFreshness": "500", "DeadbandPercent": "1"}]},
+          "realTimeNodesToRemove": {"string": ["/Meter10/Online"]}},
+         check=lambda t, u, a: t.assertRegex(a["updateSubscriptionRealTimeNodesResult"][0],
+                                             r"^Value=50.02;Quality=192;Time=\d+$")),
+    Call("nsc1", "cancelSubscription", {"subscriptionId": "web-1"},
+         check=lambda t, u, a: t.assertEqual(a, {} if u == USERS[0] else
+                                             {"fault": ["Client fault"]})),
+    Call("nsc1", "acknowledgeAlarm",
+         {"requests": {"AckRequest": [
+             {"EventId": "1002", "Note": "checked", "VariationLevel": "1", "Status": "Acked"}]}},
+         {"acknowledgeAlarmResult": [""]}),
+    Call("nsqv", "getActiveAlarms",
+         {"request": {"options": "", "rqstType": "LgRqTypAlarmEvents", "startTime": "0",
+                      "endTime": "0", "nMaxToReturn": "1", "bLatestEvents": "true",
+                      "bReverseOrder": "false", "bTrimIncomplete": "false", "path": "Online$"}},
+         {"result": [""], "numTrimmedEvents": ["0"], "alarms": [
+             "EventId=1003;SequenceIndex=3;EventType=Alarm;SourcePath=/Meter10/Online;"
+             "Time=1700000120000;Description=Communication lost;Value=false;NumericValue=0;"
+             "Quality=192;BasePriority=5000;AckStatus=Closed;AutoClosing=true;"
+             "ConditionPresent=false;Note=Cable replaced;VariationLevel=1"]}),
 ]
 
 
@@ -140,7 +175,16 @@ def _text(value):
         return ""
     if isinstance(value, bool):
         return "true" if value else "false"
+    if isinstance(value, dict):  # a record: its non-empty fields, "Name=text;..."
+        return ";".join("%s=%s" % (k, _text(v)) for k, v in value.items() if _text(v))
     return str(value)
+
+
+def _xml_item(item):
+    """An array item's text; a record item (one with children) as _text gives a record."""
+    if len(item) == 0:
+        return _text(item.text)
+    return _text({child.tag.rpartition("}")[2]: _xml_item(child) for child in item})
 
 
 def answer_of_xml(response_element):
@@ -150,7 +194,7 @@ def answer_of_xml(response_element):
     for child in response_element:
         name = child.tag.rpartition("}")[2]
         items = list(child)
-        values = [_text(i.text) for i in items] if items else [_text(child.text)]
+        values = [_xml_item(i) for i in items] if items else [_text(child.text)]
         answer.setdefault(name, []).extend(values)
     return answer
 
@@ -159,6 +203,8 @@ def answer_of_zeep(operation, result):
     """The answer form of a zeep result: zeep returns a lone response field unwrapped."""
     names = [name for name, _ in operation.output.body.type.elements]
     result = serialize_object(result)
+    if not names:  # a response without fields
+        return {}
     if len(names) == 1:
         result = {names[0]: result}
     answer = {}
@@ -171,7 +217,7 @@ def answer_of_zeep(operation, result):
 
 
 def _zeep_args(args):
-    return {k: ({"string": v["string"]} if isinstance(v, dict) else v) for k, v in args.items()}
+    return dict(args)  # zeep takes records and arrays as dicts of their fields
 
 
 def envelope_of(call, version):
@@ -181,8 +227,8 @@ def envelope_of(call, version):
     def element(name, value):
         if isinstance(value, list):
             return "".join(element(name, v) for v in value)
-        if isinstance(value, dict):
-            inner = "".join("<%sstring>%s</%sstring>" % (q, escape(s), q) for s in value["string"])
+        if isinstance(value, dict):  # a record or an array: its fields in order
+            inner = "".join(element(k, v) for k, v in value.items())
             return "<%s%s>%s</%s%s>" % (q, name, inner, q, name)
         return "<%s%s>%s</%s%s>" % (q, name, escape(value), q, name)
 

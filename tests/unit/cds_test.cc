@@ -342,6 +342,53 @@ TEST_F(CdsTest, AReadBatchSeesOneSnapshotAndRefusesWrites) {
   pcd_close(other);
 }
 
+TEST_F(CdsTest, AWriteBatchCommitsItsCallsTogetherAndEachCallAlone) {
+  pcd_handle_t other = pcd_init(0);
+  ASSERT_NE(other, nullptr);
+  toolkit::CCds reader(other);
+  auto seen = [&](const std::string& path) {
+    api_status_t st;
+    return reader.test_node(path, st) == 0 && st == API_STATUS_OK;
+  };
+  std::string error;
+  {
+    toolkit::CWriteBatch batch(cds);
+    addNode("/A");
+    EXPECT_EQ(statusOf("/A/Value"), API_STATUS_NO_LEAF);  // reads see the batch's writes
+    // A call that fails undoes its own changes only.
+    EXPECT_NE(cds.import({"/B"}, {{"Nope", CElement("x")}}, {}, "test", error), 0);
+    {
+      toolkit::CReadBatch inner(cds);  // joins, changes nothing
+      api_status_t st;
+      EXPECT_EQ(cds.test_node("/A", st), 0);
+      EXPECT_EQ(st, API_STATUS_OK);
+    }
+    EXPECT_FALSE(seen("/A"));  // other processes see nothing before the commit
+    EXPECT_EQ(batch.commit(), 0);
+  }
+  EXPECT_TRUE(seen("/A"));
+  EXPECT_FALSE(seen("/B"));
+  {
+    toolkit::CWriteBatch batch(cds);
+    addNode("/C");
+    batch.rollback();
+  }
+  EXPECT_FALSE(seen("/C"));
+  {
+    toolkit::CWriteBatch batch(cds);
+    addNode("/D");
+    pcd_inject_failure(store.handle(), 0, 1);
+    EXPECT_NE(batch.commit(), 0);  // a failed commit keeps nothing
+  }
+  EXPECT_FALSE(seen("/D"));
+  {
+    toolkit::CWriteBatch batch(cds);
+    addNode("/E");
+  }  // the destructor commits
+  EXPECT_TRUE(seen("/E"));
+  pcd_close(other);
+}
+
 TEST_F(CdsTest, EventsSyslogAndWatchdog) {
   toolkit::CEvent e;
   e.kind = toolkit::CEvent::kKindAlarm;

@@ -38,6 +38,7 @@ const tagnval kBad[] = {{"/ValueType", "Integer"}, {"/Value", "many"}, {nullptr,
 TEST_F(SwInfoTest, TemplatesMakeTypedLeaves) {
   const char* base = "/Software/Subscriptions";
   CCds_SwInfo info("/Software/Subscriptions/s1", &cds);
+  info.SetSource("app:user@addr");
   ASSERT_EQ(info.FillSwInfoNode({base, "/LeaseDuration", kLease}), 0);
   ASSERT_EQ(info.FillSwInfoNode({base, "/LogSinceTime", kSince}), 0);
   ASSERT_EQ(info.FillSwInfoNode({base, "/RTNodes", kRtNodes}), 0);
@@ -51,6 +52,15 @@ TEST_F(SwInfoTest, TemplatesMakeTypedLeaves) {
   EXPECT_EQ(get("/Software/Subscriptions/s1/RTNodes/HasDynamicChildren").get_type(),
             DATA_TYPE_BOOL);
   get("/Software/Subscriptions/s1/RTNodes/Value", API_STATUS_NO_LEAF);
+  // The writer's source, also on a leaf written to a node that had to be made first.
+  ASSERT_EQ(info.SetIntValue("/Count", 1), 0);
+  for (const char* path : {"/Software/Subscriptions/s1/LeaseDuration/Units",
+                           "/Software/Subscriptions/s1/Count/Value"}) {
+    api_status_t st;
+    std::string source;
+    ASSERT_EQ(cds.get_leaf_source(path, st, source), 0);
+    EXPECT_EQ(source, "app:user@addr") << path;
+  }
   EXPECT_NE(info.FillSwInfoNode({base, "/Bad", kBad}), 0);
 }
 
