@@ -41,11 +41,11 @@ class MaintenanceTest(GatewayTestCase):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        rt = SUBSCRIPTIONS + "sub-1/RTNodes/"
+        rt = SUBSCRIPTIONS + "panel-1/RTNodes/"
         record = {
             # Node names as CPath::PathToNodeName makes them.
             "nodes": [rt + "Meter1.Voltage", rt + "Meter1.Submeter.Power", rt + "Odd\\.Name.x",
-                      SUBSCRIPTIONS + "sub-2/RTNodes"],
+                      SUBSCRIPTIONS + "panel-2/RTNodes"],
             "leaves": [{"path": rt + "Meter1.Voltage/Deadband/Value", "type": "Real",
                         "value": "0.5"},
                        {"path": SUBSCRIPTIONS + "sub-3/ReplyURI/Value", "type": "String",
@@ -143,9 +143,9 @@ class MaintenanceTest(GatewayTestCase):
         self.assertRegex(listing, r"(?m)^Value\s+Real\s+12873.5$")
 
     def test_subscribed_nodes_are_the_record_s_real_time_nodes_as_paths(self):
-        self.assertEqual(self.results("getSubscribedNodes", user=None, subscriptionId="sub-1"),
+        self.assertEqual(self.results("getSubscribedNodes", user=None, subscriptionId="panel-1"),
                          ["/Meter1/Submeter/Power", "/Meter1/Voltage", "/Odd.Name/x"])
-        self.assertEqual(self.results("getSubscribedNodes", subscriptionId="sub-2"), [])
+        self.assertEqual(self.results("getSubscribedNodes", subscriptionId="panel-2"), [])
 
     def test_refusals_change_nothing(self):
         before = exported(self.gw)
