@@ -29,9 +29,6 @@ int __nst1__SetLeaves(struct soap* soap, _nst1__SetLeaves *, _nst1__SetLeavesRes
 int __nst1__Reset(struct soap* soap, _nst1__Reset *, _nst1__ResetResponse &) { return notBuilt(soap, "nst1:Reset"); }
 int __nst1__RemoveNode(struct soap* soap, _nst1__RemoveNode *, _nst1__RemoveNodeResponse &) { return notBuilt(soap, "nst1:RemoveNode"); }
 int __nst1__getSubscribedNodes(struct soap* soap, _nst1__getSubscribedNodes *, _nst1__getSubscribedNodesResponse &) { return notBuilt(soap, "nst1:getSubscribedNodes"); }
-int nsqv__getDeviceTree(struct soap* soap, std::string *, std::string *, bool, nsqv__getDeviceTreeResponse &) { return notBuilt(soap, "nsqv:getDeviceTree"); }
-int nsqv__findAttributeMatches(struct soap* soap, std::string *, std::string *, bool, std::string *, std::string *, nsqv__findAttributeMatchesResponse &) { return notBuilt(soap, "nsqv:findAttributeMatches"); }
-int nsqv__getLeafDescriptors(struct soap* soap, std::string *, std::string *, nsqv__ArrayOfString *, nsqv__getLeafDescriptorsResponse &) { return notBuilt(soap, "nsqv:getLeafDescriptors"); }
 int nsqv__getDeltaLog(struct soap* soap, nsqv__logRetrieveRequest *, nsqv__getDeltaLogResponse &) { return notBuilt(soap, "nsqv:getDeltaLog"); }
 int nsqv__getEventLog(struct soap* soap, nsqv__logRetrieveRequest *, nsqv__getEventLogResponse &) { return notBuilt(soap, "nsqv:getEventLog"); }
 int nsqv__getActiveAlarms(struct soap* soap, nsqv__logRetrieveRequest *, nsqv__getActiveAlarmsResponse &) { return notBuilt(soap, "nsqv:getActiveAlarms"); }
