@@ -21,8 +21,6 @@ int __nsc1__createSubscription(struct soap* soap, _nsc1__createSubscription *, _
 int __nsc1__updateSubscriptionRealTimeNodes(struct soap* soap, _nsc1__updateSubscriptionRealTimeNodes *, _nsc1__updateSubscriptionRealTimeNodesResponse &) { return notBuilt(soap, "nsc1:updateSubscriptionRealTimeNodes"); }
 int __nsc1__cancelSubscription(struct soap* soap, _nsc1__cancelSubscription *, _nsc1__cancelSubscriptionResponse &) { return notBuilt(soap, "nsc1:cancelSubscription"); }
 int __nsc1__acknowledgeAlarm(struct soap* soap, _nsc1__acknowledgeAlarm *, _nsc1__acknowledgeAlarmResponse &) { return notBuilt(soap, "nsc1:acknowledgeAlarm"); }
-int nsc3__sendDeviceCmd(struct soap* soap, std::string *, std::string *, nsc3__sendCmd_s *, nsc3__sendDeviceCmdResponse &) { return notBuilt(soap, "nsc3:sendDeviceCmd"); }
-int nsc3__getDeviceCmdResult(struct soap* soap, std::string *, std::string *, int, nsc3__getDeviceCmdResultResponse &) { return notBuilt(soap, "nsc3:getDeviceCmdResult"); }
 int __nst1__CreateNode(struct soap* soap, _nst1__CreateNode *, _nst1__CreateNodeResponse &) { return notBuilt(soap, "nst1:CreateNode"); }
 int __nst1__SetLeaf(struct soap* soap, _nst1__SetLeaf *, _nst1__SetLeafResponse &) { return notBuilt(soap, "nst1:SetLeaf"); }
 int __nst1__SetLeaves(struct soap* soap, _nst1__SetLeaves *, _nst1__SetLeavesResponse &) { return notBuilt(soap, "nst1:SetLeaves"); }
