@@ -74,8 +74,8 @@ class Search {
     std::string text;
     if (matches(path, text)) keep(path, text);
     if (clock_() - started_ >= bounds_.max_seconds) {
-      throw SearchStopped("search stopped after " + std::to_string(bounds_.max_seconds) +
-                          " s at " + path);
+      throw SearchStopped("search stopped after " + std::to_string(bounds_.max_seconds) + " s at " +
+                          path);
     }
   }
 
@@ -100,8 +100,7 @@ class Search {
       throw SearchStopped("more than " + std::to_string(bounds_.max_matches) + " matches");
     }
     if (bytes_ > bounds_.max_bytes) {
-      throw SearchStopped("matches larger than " + std::to_string(bounds_.max_bytes) +
-                          " bytes");
+      throw SearchStopped("matches larger than " + std::to_string(bounds_.max_bytes) + " bytes");
     }
     found_.nodes.push_back(path);
     found_.data.push_back(std::move(text));
@@ -126,6 +125,13 @@ void findAttributeMatches(toolkit::CCds& cds, const AttributeSearch& search,
   found = SearchResult();
   // Compiled once for the whole walk. A pattern that does not compile would fail on every
   // node and match none, and the walk would end with an empty result: so it ends here.
+  if (search.pattern.size() > bounds.max_pattern_bytes) {
+    formatError(
+        kWsArgumentInvalid,
+        "regexMatchPattern longer than " + std::to_string(bounds.max_pattern_bytes) + " bytes",
+        found.result, &options);
+    return;
+  }
   std::optional<boost::regex> regex;
   if (!search.pattern.empty()) {
     try {

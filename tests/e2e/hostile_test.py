@@ -144,14 +144,13 @@ def small_answer(response, test):
     test.assertLess(len(response.body), 8192)
 
 
-def not_built_or(check):
-    """The runtime's "not implemented" fault while the operation is being built, else `check`."""
-    def combined(response, test):
-        found = fault_of(response)
-        if found and "not implemented" in (found[1] or ""):
-            return
-        check(response, test)
-    return combined
+def refused_pattern(response, test):
+    test.assertRegex(results(response)[0], r"^\? 33 Argument Invalid")
+
+
+def nothing_found(response, test):
+    """A search that completed and found nothing: an empty result, no nodes, no data."""
+    test.assertEqual(results(response), ["", "", ""])
 
 
 # --- the table ----------------------------------------------------------------------------
@@ -233,10 +232,12 @@ def limit_rows():
          .replace(b"@", b"\xff\xfe\xc3\x28\xed\xa0\x80"), error_or_fault),
         ("invalid UTF-8 in a tag name", None,
          envelope("<nsc1:get@Value/>").replace(b"@", b"\xff\xc0"), fault()),
-        # findAttributeMatches is still being built: until it lands the row takes its "not
-        # implemented" fault; from then on the search must answer, error text or fault, in
-        # bounded time.
-        ("catastrophic regular expression", None, regex_request(), not_built_or(answered)),
+        # The regular-expression library abandons the search on the long text: no match, and
+        # the daemon answers at once.
+        ("catastrophic regular expression", None, regex_request(), nothing_found),
+        ("1 MB regular expression", None,
+         with_field(regex_request(), "regexMatchPattern", b"x|" * 500000 + b"kW"),
+         refused_pattern),
     ] + large_rows()
 
 

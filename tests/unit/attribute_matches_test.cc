@@ -34,8 +34,7 @@ class AttributeMatchesTest : public wsgate_test::ValuesTest {
   SearchResult find(const char* start, bool recursive, const char* attribute, const char* pattern,
                     const char* opts = "", const SearchBounds& bounds = SearchBounds()) {
     SearchResult found;
-    findAttributeMatches(cds, {start, recursive, attribute, pattern}, options(opts), bounds,
-                         found);
+    findAttributeMatches(cds, {start, recursive, attribute, pattern}, options(opts), bounds, found);
     EXPECT_EQ(found.nodes.size(), found.data.size());
     return found;
   }
@@ -49,9 +48,8 @@ class AttributeMatchesTest : public wsgate_test::ValuesTest {
 
 TEST_F(AttributeMatchesTest, WalkOrderAndDepth) {
   // Depth first, a node before its subtree, siblings in name order; the start is tested too.
-  EXPECT_EQ(nodes("/Walk", true, "", ""),
-            Texts({"/Walk", "/Walk/a", "/Walk/a/x", "/Walk/a/x/deep", "/Walk/a/x y", "/Walk/a/x-1",
-                   "/Walk/b"}));
+  EXPECT_EQ(nodes("/Walk", true, "", ""), Texts({"/Walk", "/Walk/a", "/Walk/a/x", "/Walk/a/x/deep",
+                                                 "/Walk/a/x y", "/Walk/a/x-1", "/Walk/b"}));
   EXPECT_EQ(nodes("/Walk", false, "", ""), Texts({"/Walk", "/Walk/a", "/Walk/b"}));
   // Nodes whose attribute does not read are no matches; a leaf's walk is its node's.
   EXPECT_EQ(nodes("/Walk", true, "Units", ""), Texts({"/Walk/a", "/Walk/b"}));
@@ -108,6 +106,13 @@ TEST_F(AttributeMatchesTest, BoundsStopTheSearchAndKeepItsMatches) {
   found = find("/Walk", true, "", "", "errorPrefix=E:", bounds);
   EXPECT_EQ(found.result, "E:? 34 Result Too Big to Return : matches larger than 30 bytes");
   EXPECT_EQ(found.nodes.size(), 2u);
+
+  bounds = SearchBounds();
+  bounds.max_pattern_bytes = 3;
+  found = find("/Walk", true, "", "abcd", "", bounds);
+  EXPECT_EQ(found.result,
+            "? 33 Argument Invalid/Not Supported : regexMatchPattern longer than 3 bytes");
+  EXPECT_TRUE(found.nodes.empty());
 
   bounds = SearchBounds();
   bounds.clock = tickingClock;
