@@ -190,8 +190,7 @@ void readCommandResult(struct soap* owner, toolkit::CCds& cds, const std::string
     response.cmdStatus = status_text;
   };
   if (device_path == nullptr || device_path->empty()) {
-    return fail(kWsBadPathSyntax, kNoDevicePath, nsc3__cmdNumStatus__cmdFailInvalid,
-                kNoDevicePath);
+    return fail(kWsBadPathSyntax, kNoDevicePath, nsc3__cmdNumStatus__cmdFailInvalid, kNoDevicePath);
   }
   const std::string node = commandArea(*device_path) + "/outQueue/" + std::to_string(handle);
   response.cmdHandle = handle;

@@ -15,8 +15,8 @@ namespace {
 
 // The four leaves read per device, in this order.
 enum DeviceLeaf { kNodeType, kDisplayName, kQuality, kChangeCount, kDeviceLeafCount };
-const char* const kDeviceLeafNames[kDeviceLeafCount] = {"/NodeType", "/DisplayName",
-                                                        "/.Quality", "/sDevChangeCount/Value"};
+const char* const kDeviceLeafNames[kDeviceLeafCount] = {"/NodeType", "/DisplayName", "/.Quality",
+                                                        "/sDevChangeCount/Value"};
 
 // Whether `device` is listed for `prefix`: a plain text prefix (so /Dev1 also selects
 // /Dev10, deliberately), and without `recursive` no "/" after the character that follows
@@ -53,8 +53,8 @@ bool describe(struct soap* soap, toolkit::CCds& cds, const std::string& device,
   descriptor.devChangeCount = read(kChangeCount) ? values[kChangeCount].to_int() : 0;
   // Without a change counter the quality leaf's time stamp stands in, whether or not that
   // leaf was read: kept so, as clients of the gateway expect it.
-  const timeval& changed = read(kChangeCount) ? values[kChangeCount].get_time()
-                                              : values[kQuality].get_time();
+  const timeval& changed =
+      read(kChangeCount) ? values[kChangeCount].get_time() : values[kQuality].get_time();
   descriptor.devChangeTime = vtx_UNIXtoVTXtime64(&changed);
   return true;
 }

@@ -23,7 +23,8 @@ TEST(CommandPayloadTest, WrittenFormDeclaresItsNamespaceOnTheRoot) {
   command.union_cmd.cmdBasic = &basic;
   std::string text;
   ASSERT_TRUE(CommandPayload().write(command, kCommandElement, text));
-  EXPECT_EQ(text.rfind("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<nsc3:sendCmd-s ", 0), 0u) << text;
+  EXPECT_EQ(text.rfind("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<nsc3:sendCmd-s ", 0), 0u)
+      << text;
   EXPECT_NE(text.find(" xmlns:nsc3=\"" + kC3 + "\""), std::string::npos);
   EXPECT_NE(text.find("><cmdVersion>1</cmdVersion><cmdBasic><name>relay</name>"
                       "<param>open &amp; &lt;shut&gt;</param><num>3</num><psswd>0</psswd>"

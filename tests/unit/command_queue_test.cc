@@ -190,7 +190,8 @@ TEST_F(CommandQueueTest, TheInputQueueHoldsMaxCountCommands) {
   v.set_uint(2);
   leaf(capacity, v);
   EXPECT_EQ(send("/Dev", line("reset")), "");
-  EXPECT_EQ(send("/Dev", line("reset")), "? 31 Device Busy or Not Available : Input Queue already full");
+  EXPECT_EQ(send("/Dev", line("reset")),
+            "? 31 Device Busy or Not Available : Input Queue already full");
   EXPECT_EQ(queued().size(), 3u);
   cds.remove_node(kQueue, status, false, "");
   EXPECT_EQ(send("/Dev", line("reset")), "? 9 Node Not Found : " + capacity);
@@ -199,13 +200,13 @@ TEST_F(CommandQueueTest, TheInputQueueHoldsMaxCountCommands) {
 TEST_F(CommandQueueTest, AHandleIsNeverHandedOutTwice) {
   api_status_t status;
   cds.clear_leaf(kCommandCounterPath, status, false, "");
-  EXPECT_EQ(send("/Dev", line("reset")), "? 9 Node Not Found : " + std::string(kCommandCounterPath));
+  EXPECT_EQ(send("/Dev", line("reset")),
+            "? 9 Node Not Found : " + std::string(kCommandCounterPath));
   // A counter set back to a handle still queued: the handle is used up, the command refused.
   setCounter(3);
   EXPECT_EQ(send("/Dev", line("reset")), "");
   setCounter(3);
-  EXPECT_EQ(send("/Dev", line("reset")),
-            "? 16 Write Failed : " + std::string(kQueue) + "/3/Value");
+  EXPECT_EQ(send("/Dev", line("reset")), "? 16 Write Failed : " + std::string(kQueue) + "/3/Value");
   EXPECT_EQ(handle_, 3);
   EXPECT_EQ(storedText(kCommandCounterPath), "4");
   setCounter(2147483647);
@@ -244,15 +245,16 @@ TEST_F(CommandQueueTest, StoreFailuresLoseNothingAndReuseNoHandle) {
 }
 
 TEST_F(CommandQueueTest, ResultsAreCopiedWhole) {
-  storeResult(7, "<nsc3:getDeviceCmdResultResponse xmlns:nsc3=\"http://wsgate.local/ws/"
-                 "BACnetWSKiteC3\"><result>partly</result><cmdHandle>7</cmdHandle>"
-                 "<numericStatus>cmdSuccessOther</numericStatus><cmdStatus>Done</cmdStatus>"
-                 "<cmdResults><cmdVersion>1</cmdVersion><resHarms><cdsName>/Dev/V</cdsName>"
-                 "<displayName>V</displayName><timeSample>1700000000000</timeSample>"
-                 "<hData><frequency>50</frequency><magnitude>230.5</magnitude><phase>0</phase>"
-                 "</hData><hData><frequency>150</frequency><magnitude>7.5</magnitude>"
-                 "<phase>30</phase></hData></resHarms></cmdResults>"
-                 "</nsc3:getDeviceCmdResultResponse>");
+  storeResult(7,
+              "<nsc3:getDeviceCmdResultResponse xmlns:nsc3=\"http://wsgate.local/ws/"
+              "BACnetWSKiteC3\"><result>partly</result><cmdHandle>7</cmdHandle>"
+              "<numericStatus>cmdSuccessOther</numericStatus><cmdStatus>Done</cmdStatus>"
+              "<cmdResults><cmdVersion>1</cmdVersion><resHarms><cdsName>/Dev/V</cdsName>"
+              "<displayName>V</displayName><timeSample>1700000000000</timeSample>"
+              "<hData><frequency>50</frequency><magnitude>230.5</magnitude><phase>0</phase>"
+              "</hData><hData><frequency>150</frequency><magnitude>7.5</magnitude>"
+              "<phase>30</phase></hData></resHarms></cmdResults>"
+              "</nsc3:getDeviceCmdResultResponse>");
   const nsc3__getDeviceCmdResultResponse r = fetch("/Dev", 7);
   EXPECT_EQ(r.result, "partly");
   EXPECT_EQ(r.cmdHandle, 7);
@@ -287,11 +289,13 @@ TEST_F(CommandQueueTest, ResultsAreCopiedWhole) {
 TEST_F(CommandQueueTest, ResultFailures) {
   const std::string leaf = std::string(kArea) + "/outQueue/";
   storeResult(3, "");  // no Value yet
-  storeResult(4, "<nsc3:getDeviceCmdResultResponse xmlns:nsc3=\"http://wsgate.local/ws/"
-                 "BACnetWSKiteC3\"><cmdHandle>5</cmdHandle></nsc3:getDeviceCmdResultResponse>");
-  storeResult(5, "<nsc3:getDeviceCmdResultResponse xmlns:nsc3=\"http://wsgate.local/ws/"
-                 "BACnetWSKiteC3\"><cmdHandle>5</cmdHandle><numericStatus>42</numericStatus>"
-                 "</nsc3:getDeviceCmdResultResponse>");
+  storeResult(4,
+              "<nsc3:getDeviceCmdResultResponse xmlns:nsc3=\"http://wsgate.local/ws/"
+              "BACnetWSKiteC3\"><cmdHandle>5</cmdHandle></nsc3:getDeviceCmdResultResponse>");
+  storeResult(5,
+              "<nsc3:getDeviceCmdResultResponse xmlns:nsc3=\"http://wsgate.local/ws/"
+              "BACnetWSKiteC3\"><cmdHandle>5</cmdHandle><numericStatus>42</numericStatus>"
+              "</nsc3:getDeviceCmdResultResponse>");
   storeResult(6, "garbage");
   const char* const unreadable = "Could not deserialize results from device handler";
   const struct {
@@ -302,16 +306,16 @@ TEST_F(CommandQueueTest, ResultFailures) {
     std::string status_text;
     int handle_back;
   } cases[] = {
-      {nullptr, 3, "? 8 Bad Path Syntax : No device path given",
-       nsc3__cmdNumStatus__cmdFailInvalid, "No device path given", 0},
+      {nullptr, 3, "? 8 Bad Path Syntax : No device path given", nsc3__cmdNumStatus__cmdFailInvalid,
+       "No device path given", 0},
       {"", 3, "? 8 Bad Path Syntax : No device path given", nsc3__cmdNumStatus__cmdFailInvalid,
        "No device path given", 0},
       {"/Dev", 99, "? 32 Handle Invalid or Expired : /Dev for cmd #99",
-       nsc3__cmdNumStatus__cmdFailHandle,
-       "No such cmdHandle exists, or its results were aged out", 99},
+       nsc3__cmdNumStatus__cmdFailHandle, "No such cmdHandle exists, or its results were aged out",
+       99},
       {"/Plain", -1, "? 32 Handle Invalid or Expired : /Plain for cmd #-1",
-       nsc3__cmdNumStatus__cmdFailHandle,
-       "No such cmdHandle exists, or its results were aged out", -1},
+       nsc3__cmdNumStatus__cmdFailHandle, "No such cmdHandle exists, or its results were aged out",
+       -1},
       {"/Dev", 3, "? 22 No Data Available : " + leaf + "3/Value", nsc3__cmdNumStatus__cmdFailOther,
        "Could not read results", 3},
       {"/Dev", 4, "? 22 No Data Available : " + leaf + "4/Value", nsc3__cmdNumStatus__cmdFailOther,

@@ -30,7 +30,8 @@ class LeafDescriptorsTest : public wsgate_test::DevicesTest {
 };
 
 TEST_F(LeafDescriptorsTest, BasePathIsJoinedAsItIs) {
-  EXPECT_EQ(results("/Temp/", {"Value", "Minimum", ".HiCriticalLimit"}), Texts({"21.5", "0", "30"}));
+  EXPECT_EQ(results("/Temp/", {"Value", "Minimum", ".HiCriticalLimit"}),
+            Texts({"21.5", "0", "30"}));
   EXPECT_EQ(results("/Te", {"mp/Value"}), Texts({"21.5"}));
   EXPECT_EQ(results("/Tree", {"a/Value"}), Texts({"? 9 Node Not Found : CDS access failed"}));
   EXPECT_EQ(results(nullptr, {"/Fan", "/Mode:Value"}), Texts({"Off", "Auto"}));
@@ -39,9 +40,10 @@ TEST_F(LeafDescriptorsTest, BasePathIsJoinedAsItIs) {
 // Each leaf fails on its own, in its own descriptor, as the value reads word it.
 TEST_F(LeafDescriptorsTest, OneLeafFailsInItsOwnDescriptor) {
   actAs("guest");
-  EXPECT_EQ(results("/", {"Secret", "Nowhere/Value", "Temp", "Temp/Value.Foo"}),
-            Texts({"? 2 Not Authorized : Unauthorized read", "? 9 Node Not Found : CDS access failed",
-                   "21.5", "? 11 Illegal Attribute : Unknown sub-Attribute .Foo"}));
+  EXPECT_EQ(
+      results("/", {"Secret", "Nowhere/Value", "Temp", "Temp/Value.Foo"}),
+      Texts({"? 2 Not Authorized : Unauthorized read", "? 9 Node Not Found : CDS access failed",
+             "21.5", "? 11 Illegal Attribute : Unknown sub-Attribute .Foo"}));
   EXPECT_EQ(results("", {"/Nowhere", "/Fan", "no-slash"}, "errorPrefix=E:;canonical"),
             Texts({"E:? 9 Node Not Found : CDS access failed", "false",
                    "E:? 8 Bad Path Syntax : CDS access failed"}));
