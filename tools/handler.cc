@@ -246,11 +246,21 @@ void sleepMs(long ms) {
   nanosleep(&delay, nullptr);
 }
 
+// The value of a count option, `fallback` when it is not given; a usage error outside
+// [low, high].
+long countOption(const ParsedArgs& args, const char* option, const char* fallback, long low,
+                 long high) {
+  const size_t count = parseCount(option, args.value(option, fallback));
+  if (count < static_cast<size_t>(low) || count > static_cast<size_t>(high)) {
+    throw UsageError(std::string(option) + " takes " + std::to_string(low) + " to " +
+                     std::to_string(high));
+  }
+  return static_cast<long>(count);
+}
+
 int runHandler(Context& ctx, const ParsedArgs& args) {
-  const long interval_ms =
-      static_cast<long>(parseCount("--interval", args.value("--interval", "200")));
-  const int64_t keep_ms =
-      static_cast<int64_t>(parseCount("--keep", args.value("--keep", "3600"))) * 1000;
+  const long interval_ms = countOption(args, "--interval", "200", 1, 60000);
+  const int64_t keep_ms = int64_t{countOption(args, "--keep", "3600", 0, 366 * 86400)} * 1000;
   if (args.has("--once")) {
     handleAll(ctx, keep_ms);
     return kExitOk;
