@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # The demo gateway on this machine: installs the Debian packages, builds, creates the demo
-# store and runs wsgated behind lighttpd on a local port.
+# store and runs wsgated behind lighttpd on a local port, with the demo's device handler
+# (`cds handler`) answering device commands.
 #
 #   deploy/run-demo.sh [start]   set up and (re)start; prints the endpoint, users and a curl
 #   deploy/run-demo.sh fresh     the same, but the demo store is built anew
-#   deploy/run-demo.sh stop      stop the daemon and lighttpd
+#   deploy/run-demo.sh stop      stop the daemon, the device handler and lighttpd
 #   deploy/run-demo.sh status    say what runs
 #
 # Environment: WSGATE_PORT (default 8080), WSGATE_BIND (default 127.0.0.1), WSGATE_RUN_DIR
@@ -73,12 +74,14 @@ stop_one() {
 
 stop_demo() {
   stop_one "$run/lighttpd.pid" lighttpd
+  stop_one "$run/handler.pid" "cds handler"
   stop_one "$run/wsgated.pid" wsgated
 }
 
 status_demo() {
   local pid
   if pid=$(live_pid "$run/wsgated.pid" wsgated); then say "wsgated runs ($pid)"; else say "wsgated is not running"; fi
+  if pid=$(live_pid "$run/handler.pid" "cds handler"); then say "the device handler runs ($pid)"; else say "the device handler is not running"; fi
   if pid=$(live_pid "$run/lighttpd.pid" lighttpd); then say "lighttpd runs ($pid), $endpoint"; else say "lighttpd is not running"; fi
 }
 
@@ -120,6 +123,21 @@ start_daemon() {
     sleep 0.05
   done
   fail "wsgated did not open its socket $socket within 10 s" "$run/log/wsgated.log"
+}
+
+# The demo's device handler, in its own session like the daemon, logging to log/handler.log.
+start_handler() {
+  rm -f "$run/handler.pid"
+  (cd "$run" && export CDS_PATH=$store &&
+     exec setsid "${owner_prefix[@]}" sh -c 'echo $$ > handler.pid && exec "$@"' sh \
+       "$build/bin/cds" handler >> "$run/log/handler.log" 2>&1 < /dev/null) &
+  for _ in $(seq 100); do [ -s "$run/handler.pid" ] && break; sleep 0.05; done
+  for _ in $(seq 100); do
+    grep -q "handling the command queues" "$run/log/handler.log" 2>/dev/null && return
+    kill -0 "$(cat "$run/handler.pid")" 2>/dev/null || fail "the device handler stopped at start" "$run/log/handler.log"
+    sleep 0.05
+  done
+  fail "the device handler did not start within 5 s" "$run/log/handler.log"
 }
 
 check_port() {
@@ -164,6 +182,7 @@ The demo gateway runs.
   Users          $(sed 's/:/ \/ /' "$users" | paste -sd, - | sed 's/,/,  /g')
                  guest reads, operator reads and writes, admin may also remove and reset
   Files          $run (store cds.db, users, lighttpd.conf, log/)
+  Commands       the device handler (cds handler) answers the commands of /Meter1 and /AHU1
 
 Read a value:
   curl -s -u operator:$operator_password -H 'Content-Type: text/xml; charset=utf-8' $endpoint -d '<?xml version="1.0" encoding="UTF-8"?><SOAP-ENV:Envelope xmlns:SOAP-ENV="http://schemas.xmlsoap.org/soap/envelope/" xmlns:nsc1="http://wsgate.local/ws/BACnetWSKite"><SOAP-ENV:Body><nsc1:getValue><nsc1:options></nsc1:options><nsc1:path>/Meter1/Voltage</nsc1:path></nsc1:getValue></SOAP-ENV:Body></SOAP-ENV:Envelope>'
@@ -184,6 +203,7 @@ start_demo() {
     as_owner "$checkout/deploy/site.sh" "$run" "$build/src/service/generated" "$port" ||
     fail "could not write the web server's configuration"
   start_daemon
+  start_handler
   start_lighttpd
   wait_until_answering "$(sed -n 's/^guest://p' "$run/users")"
   print_summary

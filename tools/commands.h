@@ -21,8 +21,9 @@ Command exportCommand();
 Command rightsCommand();
 Command eventsCommand();
 Command syslogCommand();
-// The demo gateway: demo.cc.
+// The demo gateway: demo.cc; its device handler: handler.cc.
 Command demoCommand();
+Command handlerCommand();
 
 }  // namespace cdstool
 

@@ -83,6 +83,11 @@ struct DemoSubscription {
   int64_t log_since;
   const char* log_options;
   std::vector<DemoRealTimeNode> nodes;
+// A result a device handler left in a device's output queue.
+struct DemoCommandResult {
+  const char* device;
+  const char* handle;
+  const char* text;
 };
 
 struct DemoLeaf {
@@ -153,7 +158,8 @@ const DemoAlarm kAlarms[] = {
 
 const DemoCommandArea kCommandAreas[] = {
   {"/Meter1", "1", "2", {"cmdLine/reset demand", "cmdLine/clear energy", "cmdBasic/relay/open",
-                         "cmdBasic/relay/close", "cmdIval/demandLimit/kW"}},
+                         "cmdBasic/relay/close", "cmdBasic/harmonics/voltage",
+                         "cmdBasic/harmonics/current", "cmdIval/demandLimit/kW"}},
   {"/AHU1", "1", "4", {"cmdLine/self test", "cmdBasic/fan/start", "cmdBasic/fan/stop",
                        "cmdIval/setpoint/offset"}},
   // Version 0: commands of schema version 1 are refused.
@@ -164,6 +170,14 @@ const DemoSubscription kSubscriptions[] = {
   // id      reply address                    lease     log since  options (Trend Alarm)
   {"sub-1", "http://192.0.2.10:8081/notify", "600000", kT0,       "5",
    {{"/Meter1/Voltage", "1000", "0.5"}, {"/AHU1/Fan", "5000", "0"}}},
+// An earlier self test of /AHU1, stored as a handler may write it: without the XML
+// declaration, declaring only its own namespace.
+const DemoCommandResult kCommandResults[] = {
+  {"/AHU1", "0",
+   "<nsc3:getDeviceCmdResultResponse xmlns:nsc3=\"http://wsgate.local/ws/BACnetWSKiteC3\">"
+   "<result></result><cmdHandle>0</cmdHandle><numericStatus>cmdSuccess</numericStatus>"
+   "<cmdStatus>Done</cmdStatus><cmdResults><cmdVersion>1</cmdVersion>"
+   "<resText>self test: passed</resText></cmdResults></nsc3:getDeviceCmdResultResponse>"},
 };
 
 const DemoLeaf kOtherLeaves[] = {
@@ -247,10 +261,14 @@ void addAlarm(Document& doc, const DemoAlarm& alarm) {
   addLeaf(doc, node + "/.AutoClosing", "Boolean", alarm.auto_closing, t);
 }
 
-void addCommandArea(Document& doc, const DemoCommandArea& area) {
+std::string commandRoot(const char* device) {
   std::string name;
-  CPath::PathToNodeName(area.device, name);
-  std::string root = "/Software/Commands/" + name;
+  CPath::PathToNodeName(device, name);
+  return "/Software/Commands/" + name;
+}
+
+void addCommandArea(Document& doc, const DemoCommandArea& area) {
+  std::string root = commandRoot(area.device);
   addLeaf(doc, root + "/WsdlVersion/Value", "Unsigned", area.wsdl_version);
   for (const char* command : area.commands) doc.nodes.push_back(root + "/cmdList/" + command);
   addLeaf(doc, root + "/inpQueue/maxCount/Value", "Unsigned", area.max_count);
@@ -306,6 +324,10 @@ void buildDemo(Document& doc) {
   for (const DemoAlarm& alarm : kAlarms) addAlarm(doc, alarm);
   for (const DemoCommandArea& area : kCommandAreas) addCommandArea(doc, area);
   for (const DemoSubscription& sub : kSubscriptions) addSubscription(doc, sub);
+  for (const DemoCommandResult& result : kCommandResults) {
+    addLeaf(doc, commandRoot(result.device) + "/outQueue/" + result.handle + "/Value", "String",
+            result.text);
+  }
   for (const DemoLeaf& leaf : kOtherLeaves) addLeaf(doc, leaf.path, leaf.type, leaf.value);
   for (const char* node : kOtherNodes) doc.nodes.push_back(node);
   doc.rights.assign(std::begin(kRights), std::end(kRights));

@@ -22,9 +22,9 @@ namespace {
 
 const std::vector<Command>& commandTable() {
   static const std::vector<Command> kCommands = {
-      getCommand(),    setCommand(),    lsCommand(),     treeCommand(),
-      mkdirCommand(),  rmCommand(),     importCommand(), exportCommand(),
-      rightsCommand(), eventsCommand(), syslogCommand(), demoCommand(),
+      getCommand(),    setCommand(),    lsCommand(),      treeCommand(),   mkdirCommand(),
+      rmCommand(),     importCommand(), exportCommand(),  rightsCommand(), eventsCommand(),
+      syslogCommand(), demoCommand(),   handlerCommand(),
   };
   return kCommands;
 }

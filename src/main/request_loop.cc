@@ -138,6 +138,7 @@ void refuseRequest(struct soap* soap) {
   soap_sender_fault(soap, "Bad caller identity",
                     "REMOTE_USER or REMOTE_ADDR holds a NUL character");
   soap_send_fault(soap);
+  soap_destroy(soap);
   soap_end(soap);
 }
 

@@ -17,11 +17,6 @@ int notBuilt(struct soap* soap, const char* operation) {
 }  // namespace
 
 // clang-format off
-int nsc3__sendDeviceCmd(struct soap* soap, std::string *, std::string *, nsc3__sendCmd_s *, nsc3__sendDeviceCmdResponse &) { return notBuilt(soap, "nsc3:sendDeviceCmd"); }
-int nsc3__getDeviceCmdResult(struct soap* soap, std::string *, std::string *, int, nsc3__getDeviceCmdResultResponse &) { return notBuilt(soap, "nsc3:getDeviceCmdResult"); }
-int nsqv__getDeviceTree(struct soap* soap, std::string *, std::string *, bool, nsqv__getDeviceTreeResponse &) { return notBuilt(soap, "nsqv:getDeviceTree"); }
-int nsqv__findAttributeMatches(struct soap* soap, std::string *, std::string *, bool, std::string *, std::string *, nsqv__findAttributeMatchesResponse &) { return notBuilt(soap, "nsqv:findAttributeMatches"); }
-int nsqv__getLeafDescriptors(struct soap* soap, std::string *, std::string *, nsqv__ArrayOfString *, nsqv__getLeafDescriptorsResponse &) { return notBuilt(soap, "nsqv:getLeafDescriptors"); }
 int nsqv__getDeltaLog(struct soap* soap, nsqv__logRetrieveRequest *, nsqv__getDeltaLogResponse &) { return notBuilt(soap, "nsqv:getDeltaLog"); }
 int nsqv__getEventLog(struct soap* soap, nsqv__logRetrieveRequest *, nsqv__getEventLogResponse &) { return notBuilt(soap, "nsqv:getEventLog"); }
 int nsqv__getTrendPeriods(struct soap* soap, std::string *, nsqv__getTrendPeriodsResponse &) { return notBuilt(soap, "nsqv:getTrendPeriods"); }

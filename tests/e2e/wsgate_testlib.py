@@ -213,6 +213,7 @@ class Gateway:
         # A command that starts the daemon's command line given after it (for example in a
         # namespace of its own); empty: the daemon is started directly.
         self.launcher = []
+        self.handler = None
         self.stderr_path = os.path.join(self.dir, "stderr.log")
         self.clock_file = os.path.join(self.dir, "clock")
         self.sanitizer_log = os.path.join(self.dir, "sanitizer")
@@ -342,6 +343,21 @@ class Gateway:
             raise AssertionError("SOAP fault %r for %s" % (fault, body[:200]))
         return list(body_of(response.xml()))[0]
 
+    def start_handler(self):
+        """Starts the demo's device handler (`cds handler`) on this gateway's store, passing
+        over the queues every 20 ms; close() stops it. Its output goes to handler.log."""
+        log_path = os.path.join(self.dir, "handler.log")
+        with open(log_path, "ab") as log:
+            self.handler = subprocess.Popen([binary("cds"), "handler", "--interval", "20"],
+                                            env=self.env, stdout=log, stderr=log)
+
+        def started():
+            if self.handler.poll() is not None:
+                raise AssertionError("cds handler exited with %s" % self.handler.returncode)
+            with open(log_path) as f:
+                return "handling the command queues" in f.read()
+        wait_until(started, what="the device handler")
+
     def alive(self):
         if self.pid is None:
             return False
@@ -354,6 +370,10 @@ class Gateway:
             return False
 
     def close(self):
+        if self.handler is not None:
+            self.handler.terminate()
+            self.handler.wait(timeout=30)
+            self.handler = None
         if self.pid is not None:
             self.stop(signal.SIGKILL)
         shutil.rmtree(self.dir, ignore_errors=True)

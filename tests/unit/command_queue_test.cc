@@ -1,0 +1,316 @@
+#include "devices/command_queue.h"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+
+#include "devices/command_payload.h"
+#include "devices_fixture.h"
+
+namespace {
+
+using toolkit::CElement;
+
+const char* const kArea = "/Software/Commands/Dev";
+const char* const kQueue = "/Software/Commands/Dev/inpQueue";
+
+// The device /Dev takes schema version 1, the command line "reset", the simple command
+// "relay open" and the value command "limit kW"; its queue holds two commands; the next
+// handle is 7. /Plain has no command area.
+class CommandQueueTest : public wsgate_test::DevicesTest {
+ protected:
+  void SetUp() override {
+    DevicesTest::SetUp();
+    device("/Dev", "Pump", 192, 1);
+    device("/Plain", "Plain", 192, 1);
+    CElement v;
+    v.set_uint(1);
+    node(std::string(kArea) + "/WsdlVersion");
+    leaf(std::string(kArea) + "/WsdlVersion/Value", v);
+    for (const char* entry : {"cmdLine/reset", "cmdBasic/relay/open", "cmdIval/limit/kW"}) {
+      node(std::string(kArea) + "/cmdList/" + entry);
+    }
+    v.set_uint(2);
+    node(std::string(kQueue) + "/maxCount");
+    leaf(std::string(kQueue) + "/maxCount/Value", v);
+    node(std::string(kArea) + "/outQueue");
+    setCounter(7);
+  }
+
+  void setCounter(int next) {
+    CElement v;
+    v.set_int(next);
+    node("/Software/Commands/nextCommandID");
+    leaf(kCommandCounterPath, v);
+  }
+  // The command whose choice is the XML `choice`, of schema `version`.
+  const nsc3__sendCmd_s* cmd(const std::string& choice, int version = 1) {
+    commands_.emplace_back();
+    const std::string xml =
+        "<c:sendCmd-s xmlns:c=\"http://wsgate.local/ws/BACnetWSKiteC3\">"
+        "<cmdVersion>" +
+        std::to_string(version) + "</cmdVersion>" + choice + "</c:sendCmd-s>";
+    EXPECT_TRUE(payload_.read(xml, kCommandElement, commands_.back())) << xml;
+    return &commands_.back();
+  }
+  const nsc3__sendCmd_s* line(const std::string& text, int version = 1) {
+    return cmd("<cmdLine>" + text + "</cmdLine>", version);
+  }
+  const nsc3__sendCmd_s* basic(const std::string& name, const std::string& param) {
+    return cmd("<cmdBasic><name>" + name + "</name><param>" + param + "</param></cmdBasic>");
+  }
+
+  // The result text of sendDeviceCmd; the handle goes to handle_.
+  std::string send(const char* device, const nsc3__sendCmd_s* cmd, const char* opts = "") {
+    const std::string path = device != nullptr ? device : "";
+    nsc3__sendDeviceCmdResponse response;
+    queueCommand(cds, device != nullptr ? &path : nullptr, cmd, options(opts), response);
+    handle_ = response.cmdHandle;
+    return response.result;
+  }
+  nsc3__getDeviceCmdResultResponse fetch(const char* device, int handle) {
+    const std::string path = device != nullptr ? device : "";
+    nsc3__getDeviceCmdResultResponse response;
+    readCommandResult(soap, cds, device != nullptr ? &path : nullptr, handle, defaults, response);
+    return response;
+  }
+  std::vector<std::string> queued() {
+    std::vector<std::string> children;
+    api_status_t status;
+    cds.list_children(kQueue, children, status);
+    return children;
+  }
+  void storeResult(int handle, const std::string& xml) {
+    const std::string path = std::string(kArea) + "/outQueue/" + std::to_string(handle);
+    node(path);
+    if (!xml.empty()) leaf(path + "/Value", CElement(xml));
+  }
+
+  int handle_ = -1;
+
+ private:
+  CommandPayload payload_;
+  std::deque<nsc3__sendCmd_s> commands_;
+};
+
+TEST_F(CommandQueueTest, RefusalsComeInTheOrderOfTheChecks) {
+  const std::string not_supported = "? 29 Command Not Supported : No command support for this type";
+  const struct {
+    const char* device;
+    const nsc3__sendCmd_s* cmd;
+    std::string result;
+  } cases[] = {
+      {nullptr, line("reset"), "? 8 Bad Path Syntax : No device path given"},
+      {"", line("reset"), "? 8 Bad Path Syntax : No device path given"},
+      {"/Plain", line("reset"), "? 29 Command Not Supported : /Plain"},
+      {"/Dev", line("reset", 2), "? 30 Wrong Version : Wrong WSDL Version requested"},
+      {"/Dev", nullptr, not_supported},
+      {"/Dev", cmd(""), not_supported},
+      {"/Dev", cmd("<cmdText><name>reset</name><text>x</text></cmdText>"), not_supported},
+      {"/Dev", line("reboot"), not_supported},
+      {"/Dev", basic("relay", "close"), not_supported},
+      {"/Dev", cmd("<cmdIval><name>relay</name><param>open</param></cmdIval>"), not_supported},
+      // Names that the store's path rules would fold onto a listed entry.
+      {"/Dev", line(""), not_supported},
+      {"/Dev", line("reset/"), not_supported},
+      {"/Dev", basic("relay", ""), not_supported},
+      {"/Dev", cmd("<cmdBasic><name>relay</name></cmdBasic>"), not_supported},
+      {"/Dev", basic("", "relay/open"), not_supported},
+      {"/Dev", basic("relay//", "open"), not_supported},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(send(c.device, c.cmd), c.result) << (c.device != nullptr ? c.device : "null");
+    EXPECT_EQ(handle_, 0);
+  }
+  EXPECT_EQ(send("/Dev", line("reboot"), "errorPrefix=E:"), "E:" + not_supported);
+  EXPECT_EQ(queued().size(), 1u);  // maxCount only
+  EXPECT_EQ(storedText(kCommandCounterPath), "7");
+}
+
+TEST_F(CommandQueueTest, ADeviceTakesEveryVersionUpToItsOwn) {
+  const std::string version = std::string(kArea) + "/WsdlVersion/Value";
+  EXPECT_EQ(send("/Dev", line("reset", 1)), "");
+  EXPECT_EQ(send("/Dev", line("reset", 0)), "");
+  CElement v;
+  v.set_int(5);  // not Unsigned
+  leaf(version, v);
+  EXPECT_EQ(send("/Dev", line("reset", 1)), "? 30 Wrong Version : Wrong WSDL Version requested");
+  api_status_t status;
+  cds.clear_leaf(version, status, false, "");
+  EXPECT_EQ(send("/Dev", line("reset", 1)), "? 9 Node Not Found : " + version);
+}
+
+TEST_F(CommandQueueTest, CommandsAreQueuedUnderConsecutiveHandles) {
+  EXPECT_EQ(send("/Dev", basic("relay", "open")), "");
+  EXPECT_EQ(handle_, 7);
+  EXPECT_EQ(send("/Dev", cmd("<cmdIval><name>limit</name><param>kW</param><iValue>300</iValue>"
+                             "</cmdIval>")),
+            "");
+  EXPECT_EQ(handle_, 8);
+  const CElement counter = stored(kCommandCounterPath);
+  EXPECT_EQ(counter.to_string(), "9");
+  EXPECT_EQ(counter.get_type(), DATA_TYPE_INT);
+  api_status_t status;
+  CElement value;
+  element_property_t prop;
+  cds.get_leaf(kCommandCounterPath, status, value, prop);
+  EXPECT_EQ(prop.storage, STORAGE_PERSISTENT);
+
+  // The queued text is the command itself.
+  CommandPayload payload;
+  nsc3__sendCmd_s back;
+  ASSERT_TRUE(payload.read(storedText(std::string(kQueue) + "/8/Value"), kCommandElement, back));
+  ASSERT_EQ(back.__union_cmd, SOAP_UNION__nsc3__union_cmd_cmdIval);
+  EXPECT_EQ(back.union_cmd.cmdIval->iValue, 300);
+  EXPECT_EQ(*back.union_cmd.cmdIval->param, "kW");
+}
+
+// The capacity counts the queued commands beside "maxCount", and is read only when
+// something is queued already.
+TEST_F(CommandQueueTest, TheInputQueueHoldsMaxCountCommands) {
+  api_status_t status;
+  const std::string capacity = std::string(kQueue) + "/maxCount/Value";
+  cds.clear_leaf(capacity, status, false, "");
+  EXPECT_EQ(send("/Dev", line("reset")), "");
+  EXPECT_EQ(send("/Dev", line("reset")), "? 9 Node Not Found : " + capacity);
+  CElement v;
+  v.set_uint(2);
+  leaf(capacity, v);
+  EXPECT_EQ(send("/Dev", line("reset")), "");
+  EXPECT_EQ(send("/Dev", line("reset")),
+            "? 31 Device Busy or Not Available : Input Queue already full");
+  EXPECT_EQ(queued().size(), 3u);
+  cds.remove_node(kQueue, status, false, "");
+  EXPECT_EQ(send("/Dev", line("reset")), "? 9 Node Not Found : " + capacity);
+}
+
+TEST_F(CommandQueueTest, AHandleIsNeverHandedOutTwice) {
+  api_status_t status;
+  cds.clear_leaf(kCommandCounterPath, status, false, "");
+  EXPECT_EQ(send("/Dev", line("reset")),
+            "? 9 Node Not Found : " + std::string(kCommandCounterPath));
+  // A counter set back to a handle still queued: the handle is used up, the command refused.
+  setCounter(3);
+  EXPECT_EQ(send("/Dev", line("reset")), "");
+  setCounter(3);
+  EXPECT_EQ(send("/Dev", line("reset")), "? 16 Write Failed : " + std::string(kQueue) + "/3/Value");
+  EXPECT_EQ(handle_, 3);
+  EXPECT_EQ(storedText(kCommandCounterPath), "4");
+  setCounter(2147483647);
+  EXPECT_EQ(send("/Dev", line("reset")), "");
+  EXPECT_EQ(storedText(kCommandCounterPath), "-2147483648");  // wraps, never overflows
+}
+
+// Whatever store call fails, the queue ends with the command or without it, never with a
+// node that holds no command, and a handle given out has moved the counter on.
+TEST_F(CommandQueueTest, StoreFailuresLoseNothingAndReuseNoHandle) {
+  bool saw_accepted = false;
+  bool saw_write_failed = false;
+  for (int skip = 0; skip < 30; ++skip) {
+    setCounter(7);
+    api_status_t status;
+    cds.remove_node(std::string(kQueue) + "/7", status, false, "");
+    pcd_inject_failure(cds.handle(), skip, 1);
+    const std::string result = send("/Dev", line("reset"));
+    pcd_inject_failure(cds.handle(), 0, 0);
+    SCOPED_TRACE(std::to_string(skip) + ": " + result);
+    const bool queued_now = queued().size() == 2;
+    if (result.empty()) {
+      saw_accepted = true;
+      EXPECT_TRUE(queued_now);
+      EXPECT_EQ(storedText(std::string(kQueue) + "/7/Value").rfind("<?xml", 0), 0u);
+    } else {
+      EXPECT_FALSE(queued_now);
+    }
+    if (handle_ != 0) {
+      EXPECT_EQ(storedText(kCommandCounterPath), "8");
+      saw_write_failed |= result.rfind("? 16 Write Failed", 0) == 0;
+    }
+  }
+  EXPECT_TRUE(saw_accepted);
+  EXPECT_TRUE(saw_write_failed);
+}
+
+TEST_F(CommandQueueTest, ResultsAreCopiedWhole) {
+  storeResult(7,
+              "<nsc3:getDeviceCmdResultResponse xmlns:nsc3=\"http://wsgate.local/ws/"
+              "BACnetWSKiteC3\"><result>partly</result><cmdHandle>7</cmdHandle>"
+              "<numericStatus>cmdSuccessOther</numericStatus><cmdStatus>Done</cmdStatus>"
+              "<cmdResults><cmdVersion>1</cmdVersion><resHarms><cdsName>/Dev/V</cdsName>"
+              "<displayName>V</displayName><timeSample>1700000000000</timeSample>"
+              "<hData><frequency>50</frequency><magnitude>230.5</magnitude><phase>0</phase>"
+              "</hData><hData><frequency>150</frequency><magnitude>7.5</magnitude>"
+              "<phase>30</phase></hData></resHarms></cmdResults>"
+              "</nsc3:getDeviceCmdResultResponse>");
+  const nsc3__getDeviceCmdResultResponse r = fetch("/Dev", 7);
+  EXPECT_EQ(r.result, "partly");
+  EXPECT_EQ(r.cmdHandle, 7);
+  EXPECT_EQ(r.numericStatus, nsc3__cmdNumStatus__cmdSuccessOther);
+  EXPECT_EQ(r.cmdStatus, "Done");
+  ASSERT_NE(r.cmdResults, nullptr);
+  ASSERT_EQ(r.cmdResults->__union_result, SOAP_UNION__nsc3__union_result_resHarms);
+  const nsc3__harmonicResponse& harms = *r.cmdResults->union_result.resHarms;
+  EXPECT_EQ(*harms.cdsName, "/Dev/V");
+  EXPECT_EQ(harms.timeSample, 1700000000000);
+  ASSERT_EQ(harms.hData.size(), 2u);
+  EXPECT_EQ(harms.hData[1].frequency, 150);
+  EXPECT_EQ(harms.hData[1].phase, 30.0f);
+}
+
+TEST_F(CommandQueueTest, ResultFailures) {
+  const std::string leaf = std::string(kArea) + "/outQueue/";
+  storeResult(3, "");  // no Value yet
+  storeResult(4,
+              "<nsc3:getDeviceCmdResultResponse xmlns:nsc3=\"http://wsgate.local/ws/"
+              "BACnetWSKiteC3\"><cmdHandle>5</cmdHandle></nsc3:getDeviceCmdResultResponse>");
+  storeResult(5,
+              "<nsc3:getDeviceCmdResultResponse xmlns:nsc3=\"http://wsgate.local/ws/"
+              "BACnetWSKiteC3\"><cmdHandle>5</cmdHandle><numericStatus>42</numericStatus>"
+              "</nsc3:getDeviceCmdResultResponse>");
+  storeResult(6, "garbage");
+  const char* const unreadable = "Could not deserialize results from device handler";
+  const struct {
+    const char* device;
+    int handle;
+    std::string result;
+    nsc3__cmdNumStatus status;
+    std::string status_text;
+    int handle_back;
+  } cases[] = {
+      {nullptr, 3, "? 8 Bad Path Syntax : No device path given", nsc3__cmdNumStatus__cmdFailInvalid,
+       "No device path given", 0},
+      {"", 3, "? 8 Bad Path Syntax : No device path given", nsc3__cmdNumStatus__cmdFailInvalid,
+       "No device path given", 0},
+      {"/Dev", 99, "? 32 Handle Invalid or Expired : /Dev for cmd #99",
+       nsc3__cmdNumStatus__cmdFailHandle, "No such cmdHandle exists, or its results were aged out",
+       99},
+      {"/Plain", -1, "? 32 Handle Invalid or Expired : /Plain for cmd #-1",
+       nsc3__cmdNumStatus__cmdFailHandle, "No such cmdHandle exists, or its results were aged out",
+       -1},
+      {"/Dev", 3, "? 22 No Data Available : " + leaf + "3/Value", nsc3__cmdNumStatus__cmdFailOther,
+       "Could not read results", 3},
+      {"/Dev", 4, "? 22 No Data Available : " + leaf + "4/Value", nsc3__cmdNumStatus__cmdFailOther,
+       unreadable, 4},  // a result of another handle
+      {"/Dev", 5, "? 22 No Data Available : " + leaf + "5/Value", nsc3__cmdNumStatus__cmdFailOther,
+       unreadable, 5},  // a status outside the enumeration
+      {"/Dev", 6, "? 22 No Data Available : " + leaf + "6/Value", nsc3__cmdNumStatus__cmdFailOther,
+       unreadable, 6},
+  };
+  for (const auto& c : cases) {
+    const nsc3__getDeviceCmdResultResponse r = fetch(c.device, c.handle);
+    SCOPED_TRACE(c.result);
+    EXPECT_EQ(r.result, c.result);
+    EXPECT_EQ(r.numericStatus, c.status);
+    EXPECT_EQ(r.cmdStatus, c.status_text);
+    EXPECT_EQ(r.cmdHandle, c.handle_back);
+    EXPECT_EQ(r.cmdResults, nullptr);
+  }
+  for (int skip = 0; skip < 6; ++skip) {
+    pcd_inject_failure(cds.handle(), skip, 1);
+    const nsc3__getDeviceCmdResultResponse r = fetch("/Dev", 6);
+    pcd_inject_failure(cds.handle(), 0, 0);
+    EXPECT_TRUE(r.result.rfind("? 32 ", 0) == 0 || r.result.rfind("? 22 ", 0) == 0) << r.result;
+  }
+}
+
+}  // namespace
