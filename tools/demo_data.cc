@@ -83,6 +83,8 @@ struct DemoSubscription {
   int64_t log_since;
   const char* log_options;
   std::vector<DemoRealTimeNode> nodes;
+};
+
 // A result a device handler left in a device's output queue.
 struct DemoCommandResult {
   const char* device;
@@ -170,6 +172,8 @@ const DemoSubscription kSubscriptions[] = {
   // id      reply address                    lease     log since  options (Trend Alarm)
   {"sub-1", "http://192.0.2.10:8081/notify", "600000", kT0,       "5",
    {{"/Meter1/Voltage", "1000", "0.5"}, {"/AHU1/Fan", "5000", "0"}}},
+};
+
 // An earlier self test of /AHU1, stored as a handler may write it: without the XML
 // declaration, declaring only its own namespace.
 const DemoCommandResult kCommandResults[] = {
