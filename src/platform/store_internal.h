@@ -110,6 +110,10 @@ pcd_connection* begin_call(pcd_handle_t handle);
 // True when `c` was opened by this process; otherwise says so on stderr (once per
 // connection) and returns false.
 bool ownedHere(pcd_connection* c);
+// The same rule for any SQLite connection of the platform (the store, the event logs, the
+// trend log): true when `owner` is this process; otherwise tells stderr, once for the
+// connection `key`, that the `what` at `path` was refused, and returns false.
+bool ownedByThisProcess(const void* key, pid_t owner, const char* what, const std::string& path);
 sqlite3_stmt* prepare(pcd_connection* c, const char* sql);
 
 // A transaction around one multi-item call: BEGIN IMMEDIATE for writes (the write lock is

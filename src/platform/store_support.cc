@@ -38,20 +38,24 @@ void StatementCache::clear() {
   statements_.clear();
 }
 
-bool ownedHere(pcd_connection* c) {
-  if (c->owner == getpid()) return true;
+bool ownedByThisProcess(const void* key, pid_t owner, const char* what, const std::string& path) {
+  if (owner == getpid()) return true;
   // SQLite's locks and shared memory belong to the process that opened the file: a child
   // that went on using its parent's connection would read and write a private copy of the
-  // store's state, and neither process would see what the other wrote.
-  static std::vector<const pcd_connection*> told;
-  if (std::find(told.begin(), told.end(), c) == told.end()) {
-    told.push_back(c);
+  // database's state, and neither process would see what the other wrote.
+  static std::vector<const void*> told;
+  if (std::find(told.begin(), told.end(), key) == told.end()) {
+    told.push_back(key);
     fprintf(stderr,
-            "Data store %s: connection opened by process %ld refused in process %ld; open the "
-            "store after fork()\n",
-            c->path.c_str(), static_cast<long>(c->owner), static_cast<long>(getpid()));
+            "%s %s: connection opened by process %ld refused in process %ld; open it after "
+            "fork()\n",
+            what, path.c_str(), static_cast<long>(owner), static_cast<long>(getpid()));
   }
   return false;
+}
+
+bool ownedHere(pcd_connection* c) {
+  return ownedByThisProcess(c, c->owner, "Data store", c->path);
 }
 
 pcd_connection* begin_call(pcd_handle_t handle) {
