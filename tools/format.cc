@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include <cstdio>
+#include <sstream>
 
 #include "platform/vtx.h"
 
@@ -11,6 +12,47 @@ namespace cdstool {
 namespace {
 
 const char* const kStorageNames[] = {"Normal", "Persistent", "Automatic", "MPL"};
+
+std::string kindName(int32_t kind) {
+  switch (kind) {
+    case toolkit::CEvent::kKindDelta:
+      return "delta";
+    case toolkit::CEvent::kKindAlarm:
+      return "alarm";
+    case toolkit::CEvent::kKindAcknowledgement:
+      return "ack";
+    case toolkit::CEvent::kKindSystemLevel:
+      return "system";
+    default:
+      return "kind" + std::to_string(kind);
+  }
+}
+
+std::string ackName(int32_t status) {
+  switch (status) {
+    case 0:
+      return "NotAcked";
+    case 1:
+      return "Acked";
+    case 2:
+      return "Closed";
+    default:
+      return std::to_string(status);
+  }
+}
+
+// The record's time; microseconds within the millisecond, when there are any, after the
+// milliseconds ("22:13:20.000250Z").
+std::string recordTime(const timeval& tv) {
+  std::string text = isoTime(vtx_UNIXtoVTXtime64(&tv));
+  const int micros = static_cast<int>(tv.tv_usec % 1000);
+  if (micros != 0 && text.size() > 1) {
+    char extra[8];
+    std::snprintf(extra, sizeof extra, "%03d", micros);
+    text.insert(text.size() - 1, extra);
+  }
+  return text;
+}
 
 }  // namespace
 
@@ -49,6 +91,30 @@ std::string isoTime(int64_t platform_ms) {
                 parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
                 static_cast<int>(tv.tv_usec / 1000));
   return text;
+}
+
+std::string eventLine(const toolkit::CEvent& event) {
+  std::ostringstream out;
+  out << recordTime(event.timestamp) << " " << kindName(event.kind) << " #" << event.event_id << " "
+      << (event.source_path.empty() ? "-" : event.source_path);
+  if (event.category != 0) out << " category=" << event.category;
+  if (event.value.get_type() != DATA_TYPE_NONE) out << " value=" << event.value.to_string();
+  if (event.kind == toolkit::CEvent::kKindSystemLevel) {
+    out << " level=" << event.level_quality;
+  } else if (event.quality() != 0) {
+    out << " quality=" << event.quality();
+  }
+  if (event.kind == toolkit::CEvent::kKindAcknowledgement || event.ack_status != 0) {
+    out << " ack=" << ackName(event.ack_status) << " variation=" << event.variation_level;
+  }
+  if (event.condition_present) out << " present";
+  if (event.auto_closing) out << " auto-closing";
+  if (event.sequence_index != 0) out << " seq=" << event.sequence_index;
+  if (event.base_priority != 0) out << " priority=" << event.base_priority;
+  if (!event.message.empty()) out << " msg=\"" << event.message << "\"";
+  if (!event.note.empty()) out << " note=\"" << event.note << "\"";
+  if (!event.source.empty()) out << " by " << event.source;
+  return out.str();
 }
 
 }  // namespace cdstool

@@ -7,6 +7,7 @@
 
 #include "platform/cds.h"
 #include "platform/element.h"
+#include "platform/event.h"
 
 namespace cdstool {
 
@@ -22,6 +23,10 @@ std::string typeName(data_type_t type);
 int64_t leafTime(const toolkit::CElement& value);
 // Platform time as ISO-8601 UTC with milliseconds: "2023-11-14T22:13:20.000Z".
 std::string isoTime(int64_t platform_ms);
+
+// One line (without newline) for an event record: time (to the microsecond when it has
+// them), kind, event id, source path, then the fields that are set.
+std::string eventLine(const toolkit::CEvent& event);
 
 }  // namespace cdstool
 

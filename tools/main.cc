@@ -24,7 +24,8 @@ const std::vector<Command>& commandTable() {
   static const std::vector<Command> kCommands = {
       getCommand(),    setCommand(),    lsCommand(),     treeCommand(),
       mkdirCommand(),  rmCommand(),     importCommand(), exportCommand(),
-      rightsCommand(), eventsCommand(), syslogCommand(), demoCommand(),
+      rightsCommand(), eventsCommand(), syslogCommand(), logCommand(),
+      trendCommand(),  demoCommand(),
   };
   return kCommands;
 }
@@ -93,8 +94,8 @@ std::string storeName(const std::string& db) {
 
 int runCommand(const Command& command, const ParsedArgs& args, const std::string& db) {
   if (!db.empty()) setenv("CDS_PATH", db.c_str(), 1);
-  pcd_handle_t handle = pcd_init(0);
-  if (handle == nullptr) {
+  pcd_handle_t handle = command.uses_store ? pcd_init(0) : nullptr;
+  if (command.uses_store && handle == nullptr) {
     // The platform's text names the file and the reason.
     std::string reason = pcd_last_error();
     std::cerr << (reason.empty() ? errorText(storeName(db), "cannot open the store")
@@ -112,10 +113,13 @@ int runCommand(const Command& command, const ParsedArgs& args, const std::string
         usageError(std::string(" ") + command.name, e.what(), e.show_usage() ? &command : nullptr);
   } catch (const OperationError& e) {
     std::cerr << e.what() << "\n";
+  } catch (const NoStoreError& e) {
+    std::cerr << e.what() << "\n";
+    exit_code = kExitNoStore;
   } catch (const std::exception& e) {
     std::cerr << errorText(command.name, e.what()) << "\n";
   }
-  pcd_close(handle);
+  if (handle != nullptr) pcd_close(handle);
   std::cout.flush();
   if (!std::cout && exit_code == kExitOk) {
     std::cerr << "cds: cannot write the output\n";
