@@ -35,7 +35,4 @@ int nsqv__getLeafDescriptors(struct soap* soap, std::string *, std::string *, ns
 int nsqv__getDeltaLog(struct soap* soap, nsqv__logRetrieveRequest *, nsqv__getDeltaLogResponse &) { return notBuilt(soap, "nsqv:getDeltaLog"); }
 int nsqv__getEventLog(struct soap* soap, nsqv__logRetrieveRequest *, nsqv__getEventLogResponse &) { return notBuilt(soap, "nsqv:getEventLog"); }
 int nsqv__getActiveAlarms(struct soap* soap, nsqv__logRetrieveRequest *, nsqv__getActiveAlarmsResponse &) { return notBuilt(soap, "nsqv:getActiveAlarms"); }
-int nsqv__getTrendPeriods(struct soap* soap, std::string *, nsqv__getTrendPeriodsResponse &) { return notBuilt(soap, "nsqv:getTrendPeriods"); }
-int nsqv__getDeviceTrendParams(struct soap* soap, std::string *, std::string *, nsqv__getDeviceTrendParamsResponse &) { return notBuilt(soap, "nsqv:getDeviceTrendParams"); }
-int nsqv__getTrendData(struct soap* soap, nsqv__getTrendDataRequest *, nsqv__getTrendDataResponse &) { return notBuilt(soap, "nsqv:getTrendData"); }
 // clang-format on
