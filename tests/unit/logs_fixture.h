@@ -1,6 +1,7 @@
-// The log and trend operations' tests: a request context whose logs live in a temporary
-// directory, a SOAP context to call the service functions with, and the test clock, so that
-// the operations' retry waits pass without waiting (the clock says how long they took).
+// The log and trend operations' tests: a request context whose logs and (empty) store live
+// in a temporary directory, a SOAP context to call the service functions with, and the test
+// clock, so that the operations' retry waits pass without waiting (the clock says how long
+// they took).
 //
 //   TEST_F(LogServiceTest, Something) {
 //     writeTrends({{1, 96}}, {{"/Dev", {{"/Dev/T"}}, {}}});
@@ -27,7 +28,7 @@ namespace wsgate_test {
 
 class LogServiceTest : public ::testing::Test {
  private:
-  TempStore dir_;  // only for its temporary directory; declared first, so removed last
+  TempStore dir_;  // the store and the logs; declared first, so removed last
 
  protected:
   static constexpr vtx_time64_t kNow = 1700000000000;
@@ -39,9 +40,11 @@ class LogServiceTest : public ::testing::Test {
     context.logs.event_log_path = dir_.dir() + "/alarms.db";
     context.logs.system_log_path = dir_.dir() + "/system.db";
     context.logs.trend_log_path = dir_.dir() + "/interval-trends.db";
+    context.cds.set_handle(dir_.open());
     vtx_SetTestClock(kNow, 0);
   }
   ~LogServiceTest() override {
+    context.cds.set_handle(nullptr);
     soap_destroy(soap);
     soap_end(soap);
     soap_free(soap);
