@@ -9,13 +9,23 @@
 #include "soapH.h"
 #include "subscriptions/event_records.h"
 
+namespace {
+
+// An absent request reads as one whose every element is absent.
+const nsqv__logRetrieveRequest& requestOrEmpty(const nsqv__logRetrieveRequest* request) {
+  static const nsqv__logRetrieveRequest kEmpty;
+  return request != nullptr ? *request : kEmpty;
+}
+
+}  // namespace
+
 int nsqv__getDeltaLog(struct soap* soap, nsqv__logRetrieveRequest* request,
                       nsqv__getDeltaLogResponse& response) {
   ServiceContext& context = serviceContext(soap);
   const LogSettings& logs = context.logs;
   std::vector<toolkit::CEvent> records;
   // rqstType does not matter here: the delta log is the only one.
-  if (retrieveLogRecords(logs, logs.delta_log_path, *request, logs.deltaLogLimit(),
+  if (retrieveLogRecords(logs, logs.delta_log_path, requestOrEmpty(request), logs.deltaLogLimit(),
                          response.result, response.numTrimmedPoints, records) != 0) {
     return SOAP_OK;
   }
@@ -36,11 +46,11 @@ int nsqv__getEventLog(struct soap* soap, nsqv__logRetrieveRequest* request,
   ServiceContext& context = serviceContext(soap);
   const LogSettings& logs = context.logs;
   // Any request type other than alarm events reads the system log, deltas included.
-  const std::string& path = request->rqstType == nsqv__LgRqType__LgRqTypAlarmEvents
-                                ? logs.event_log_path
-                                : logs.system_log_path;
+  const nsqv__logRetrieveRequest& r = requestOrEmpty(request);
+  const std::string& path =
+      r.rqstType == nsqv__LgRqType__LgRqTypAlarmEvents ? logs.event_log_path : logs.system_log_path;
   std::vector<toolkit::CEvent> records;
-  if (retrieveLogRecords(logs, path, *request, logs.eventLogLimit(), response.result,
+  if (retrieveLogRecords(logs, path, r, logs.eventLogLimit(), response.result,
                          response.numTrimmedEvents, records) != 0) {
     return SOAP_OK;
   }

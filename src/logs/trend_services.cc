@@ -191,8 +191,11 @@ int nsqv__getDeviceTrendParams(struct soap* soap, std::string* options_text,
   return SOAP_OK;
 }
 
-int nsqv__getTrendData(struct soap* soap, nsqv__getTrendDataRequest* request,
+int nsqv__getTrendData(struct soap* soap, nsqv__getTrendDataRequest* request_or_null,
                        nsqv__getTrendDataResponse& response) {
+  // An absent request reads as one whose every element is absent.
+  nsqv__getTrendDataRequest empty;
+  const nsqv__getTrendDataRequest* request = request_or_null != nullptr ? request_or_null : &empty;
   const RequestOptions options = parseOptions(request->options);
   ServiceContext& context = serviceContext(soap);
   const int limit = context.logs.trendSnapshotLimit();

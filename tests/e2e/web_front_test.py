@@ -46,9 +46,9 @@ with warnings.catch_warnings():
 
 class Call:
     """One call of an operation: the arguments, given once for both clients (a list is a
-    repeated element, {"string": [...]} an nsc1:ArrayOfString), and the answer expected as
-    each user. An answer maps each response field to the list of its texts (a list-typed
-    field to its items), or is {"fault": [text]}."""
+    repeated element, a dict a structure: {"string": [...]} is an ArrayOfString), and the
+    answer expected as each user. An answer maps each response field to the list of its
+    texts (a list-typed field to its items), or is {"fault": [text]}."""
 
     def __init__(self, prefix, operation, args, answer=None, check=None, writes=False):
         self.prefix, self.operation, self.args = prefix, operation, args
@@ -83,6 +83,23 @@ def read(path, options=""):
     return {"options": options, "path": path}
 
 
+def listing(field, items, result="", **fields):
+    """A check of a log or trend answer: its result, the number of items of its list `field`,
+    and other plain fields."""
+    def check(test, user, answer):
+        test.assertEqual(answer["result"], [result])
+        test.assertEqual(len(answer[field]), items, answer[field][:3])
+        for name, text in fields.items():
+            test.assertEqual(answer[name], [text])
+    return check
+
+
+# Log requests on the demo's history (docs/demo.md): from 2023-11-14T21:00:00Z.
+LOG_REQUEST = {"options": "", "rqstType": "LgRqTypAlarmEvents", "startTime": "1699995600000",
+               "endTime": "0", "nMaxToReturn": "5", "bLatestEvents": "false",
+               "bReverseOrder": "false", "bTrimIncomplete": "false", "path": ""}
+
+
 CALLS = [
     Call("nsqv", "whoAmI", {"options": ""}, check=lambda t, u, a: t.assertEqual(a, {"result": [u]})),
     Call("nsqv", "getLocalAndUtcTime", {"options": ""}, check=check_time),
@@ -114,6 +131,23 @@ CALLS = [
     Call("nsc1", "setValues",
          {"options": "", "paths": ["/AHU1/Mode", "/Meter1/DemandLimit"], "values": ["Cool", "300"]},
          {"setValuesResult": ["Cool", "300"]}, writes=True),
+    # Five records: 21:00 voltage, current, power, 21:10 supply temperature, 21:30 voltage,
+    # whose poll group of three was cut and goes.
+    Call("nsqv", "getDeltaLog", {"request": dict(LOG_REQUEST, bTrimIncomplete="true")},
+         check=listing("loggedValues", 4, numTrimmedPoints="3")),
+    # The two alarms of /Meter1 raised at the demo's alarm time.
+    Call("nsqv", "getEventLog",
+         {"request": dict(LOG_REQUEST, startTime="1700000000000", path="/Meter1")},
+         check=listing("events", 2, numTrimmedEvents="0")),
+    Call("nsqv", "getTrendPeriods", {"options": ""}, check=listing("periodProperties", 2, "OK")),
+    Call("nsqv", "getDeviceTrendParams", {"options": "", "devicePath": "/AHU1"},
+         check=listing("deviceParams", 2, "OK")),
+    Call("nsqv", "getTrendData",
+         {"request": {"options": "", "devicePath": "/Meter1",
+                      "pointPaths": {"string": ["/Meter1/Voltage", "/Meter1/Energy"]},
+                      "periods": {"period": ["2"]}, "startTime": "1699995600000", "endTime": "0",
+                      "nMaxToReturn": "2", "startingOffset": "0", "ascendingOrder": "true"}},
+         check=lambda t, u, a: t.assertEqual((a["result"], "data" in a), (["OK"], True))),
 ]
 
 
@@ -154,10 +188,6 @@ def answer_of_zeep(operation, result):
     return answer
 
 
-def _zeep_args(args):
-    return {k: ({"string": v["string"]} if isinstance(v, dict) else v) for k, v in args.items()}
-
-
 def envelope_of(call, version):
     """A hand-written envelope for `call`, with the prefixes a careful client would use."""
     q = call.prefix + ":" if call.prefix in QUALIFIED else ""
@@ -166,7 +196,7 @@ def envelope_of(call, version):
         if isinstance(value, list):
             return "".join(element(name, v) for v in value)
         if isinstance(value, dict):
-            inner = "".join("<%sstring>%s</%sstring>" % (q, escape(s), q) for s in value["string"])
+            inner = "".join(element(k, v) for k, v in value.items())
             return "<%s%s>%s</%s%s>" % (q, name, inner, q, name)
         return "<%s%s>%s</%s%s>" % (q, name, escape(value), q, name)
 
@@ -254,7 +284,7 @@ class WebFrontTest(WebFrontTestCase):
         client = self.zeep_client(call.prefix, user)
         operation = client.service._binding._operations[call.operation]
         try:
-            result = getattr(client.service, call.operation)(**_zeep_args(call.args))
+            result = getattr(client.service, call.operation)(**call.args)
         except zeep.exceptions.Fault as fault:
             return {"fault": [fault.message]}
         return answer_of_zeep(operation, result)

@@ -104,6 +104,13 @@ TEST_F(LogRetrievalTest, SelectionOrderAndTrimming) {
   nsqv__logRetrieveRequest by_path = request(0);
   by_path.path = text("/A");
   EXPECT_EQ(deltas(by_path), "a c");
+  // An absent request reads as one without any element: from the start, up to the limit.
+  nsqv__getDeltaLogResponse response;
+  ASSERT_EQ(nsqv__getDeltaLog(soap, nullptr, response), SOAP_OK);
+  EXPECT_EQ(response.loggedValues->PublishedValue.size(), 5u);
+  nsqv__getEventLogResponse events;
+  ASSERT_EQ(nsqv__getEventLog(soap, nullptr, events), SOAP_OK);
+  EXPECT_EQ(events.result, "? 21 No History : Failed to open event log database");
 }
 
 TEST_F(LogRetrievalTest, AStartJustBefore1970MeansNoStart) {

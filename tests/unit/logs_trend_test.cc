@@ -165,6 +165,11 @@ TEST_F(TrendServiceTest, PeriodAndParameterErrors) {
   EXPECT_EQ(err, "No Trend periods data matching the request. \n");
   r.periods = nullptr;
   EXPECT_EQ(data(r), no_periods);
+  nsqv__getTrendDataResponse absent;  // an absent request has no period either
+  testing::internal::CaptureStderr();
+  ASSERT_EQ(nsqv__getTrendData(soap, nullptr, absent), SOAP_OK);
+  testing::internal::GetCapturedStderr();
+  EXPECT_EQ(absent.result, no_periods);
   r = request();
   r.devicePath = text("/Nope");
   EXPECT_EQ(data(r, nullptr, &err), "? 21 No History : No Trend data found for this device.");
