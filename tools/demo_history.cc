@@ -29,6 +29,7 @@ constexpr int64_t kDay = 24 * kHour;
 constexpr int64_t kAlarmTime = 1700000000000;
 constexpr int64_t kEnd = 1699999200000;  // 2023-11-14T22:00:00Z
 constexpr int64_t kStart = kEnd - 7 * kDay;
+constexpr int64_t kFirstMidnight = 1699401600000;  // 2023-11-08T00:00:00Z
 constexpr double kPi = 3.14159265358979323846;
 
 // Period A: a snapshot every 15 minutes; period B: every hour. Each keeps a week.
@@ -47,6 +48,11 @@ double jitter(uint64_t n) {
   x *= 0x2c1b3c6du;
   x ^= x >> 12;
   return static_cast<double>(x) / 2147483648.0 - 1.0;
+}
+
+// The time `hour`:`minute` UTC of the history's `day`, counted from 2023-11-08.
+constexpr int64_t clock(int day, int hour, int minute = 0) {
+  return kFirstMidnight + day * kDay + hour * kHour + minute * kMinute;
 }
 
 // 1 at 14:00 UTC, -1 at 02:00.
@@ -103,8 +109,10 @@ std::string text(double value) {
 
 CEvent delta(int64_t time, const std::string& path, const char* type, const std::string& value,
              uint16_t quality = CEvent::kQualityGood) {
-  CEvent event = record(time, CEvent::kKindDelta, path, type, value,
-                        path.compare(0, 6, "/AHU1/") == 0 ? "BACnet:@local" : "Modbus:@local");
+  const char* writer = path.compare(0, 6, "/AHU1/") == 0       ? "BACnet:@local"
+                       : path.compare(0, 10, "/Software/") == 0 ? "SystemManager:@local"
+                                                                : "Modbus:@local";
+  CEvent event = record(time, CEvent::kKindDelta, path, type, value, writer);
   event.set_quality(quality);
   return event;
 }
@@ -126,24 +134,20 @@ std::vector<CEvent> deltaLog() {
       log.push_back(delta(t, "/AHU1/Setpoint/Value", "Real", text(setpoint(t))));
     }
   }
-  const int64_t day2 = kStart + 2 * kDay;
-  const int64_t day3 = kStart + 3 * kDay;
-  const int64_t day4 = kStart + 4 * kDay;
-  const int64_t day5 = kStart + 5 * kDay;
-  log.push_back(delta(day2 + 9 * kHour + 5 * kMinute, "/Meter1/Voltage/.HiCriticalLimit", "Real", "253"));
-  log.push_back(delta(day2 + 11 * kHour, "/Meter1/Breaker/Value", "Boolean", "false"));
-  log.push_back(delta(day2 + 11 * kHour + 20 * kMinute, "/Meter1/Breaker/Value", "Boolean", "true"));
-  log.push_back(delta(day3 + 8 * kHour, "/Meter10/Online/Value", "Boolean", "false", 0));
-  log.push_back(delta(day3 + 8 * kHour, "/Meter10/Voltage/Value", "Real", "0", 0));
-  log.push_back(delta(day3 + 12 * kHour, "/Meter1/Mode/Value", "Unsigned", "2"));
-  log.push_back(delta(day3 + 13 * kHour, "/Meter1/Mode/Value", "Unsigned", "1"));
+  log.push_back(delta(clock(2, 9, 5), "/Meter1/Voltage/.HiCriticalLimit", "Real", "253"));
+  log.push_back(delta(clock(2, 11), "/Meter1/Breaker/Value", "Boolean", "false"));
+  log.push_back(delta(clock(2, 11, 20), "/Meter1/Breaker/Value", "Boolean", "true"));
+  log.push_back(delta(clock(3, 8), "/Meter10/Online/Value", "Boolean", "false", 0));
+  log.push_back(delta(clock(3, 8), "/Meter10/Voltage/Value", "Real", "0", 0));
+  log.push_back(delta(clock(3, 12), "/Meter1/Mode/Value", "Unsigned", "2"));
+  log.push_back(delta(clock(3, 13), "/Meter1/Mode/Value", "Unsigned", "1"));
   // The gateway's own software tree: never shown by the delta log operation.
   const std::string app = "/Software/Data Servers/BACnet WebServices/AppStatus/Value";
-  log.push_back(delta(day4 + 3 * kHour, app, "Unsigned", "2"));
-  log.push_back(delta(day4 + 3 * kHour + kMinute, app, "Unsigned", "4"));
-  log.push_back(delta(day5 + 12 * kHour, "/Software/System Settings/Configuration Changed/Value",
+  log.push_back(delta(clock(4, 3), app, "Unsigned", "2"));
+  log.push_back(delta(clock(4, 3, 1), app, "Unsigned", "4"));
+  log.push_back(delta(clock(5, 12), "/Software/System Settings/Configuration Changed/Value",
                       "Boolean", "true"));
-  log.push_back(delta(day5 + 12 * kHour + 5 * kMinute,
+  log.push_back(delta(clock(5, 12, 5),
                       "/Software/System Settings/Configuration Changed/Value", "Boolean", "false"));
   std::stable_sort(log.begin(), log.end(), [](const CEvent& a, const CEvent& b) {
     return vtx_UNIXtoVTXtime64(&a.timestamp) < vtx_UNIXtoVTXtime64(&b.timestamp);
@@ -182,17 +186,16 @@ std::vector<CEvent> alarmLog() {
   std::vector<CEvent> log;
   // A high supply temperature every afternoon: raised, acknowledged, cleared.
   for (int day = 0; day < 6; ++day) {
-    const int64_t raised = kStart + day * kDay + 15 * kHour;
+    const int64_t raised = clock(day, 15);
     addAlarm(log, 900 + day, "/AHU1/SupplyTemp/Value", "Real", text(roundTo(26.1 + 0.1 * day, 1)),
              "Supply temperature high", 500, true, 1,
              {{raised, 0, true, 1, ""},
               {raised + 10 * kMinute, 1, true, 2, "Checked by operator"},
               {raised + 40 * kMinute, 2, false, 3, "Checked by operator"}});
   }
-  const int64_t day3 = kStart + 3 * kDay;
   addAlarm(log, 1003, "/Meter10/Online/Value", "Boolean", "false", "Communication lost", 0, true, 0,
-           {{day3 + 8 * kHour, 0, true, 1, ""},
-            {day3 + 9 * kHour, 1, true, 2, ""},
+           {{clock(3, 8), 0, true, 1, ""},
+            {clock(3, 9), 1, true, 2, ""},
             {kAlarmTime + 2 * kMinute, 2, false, 3, "Cable replaced"}});
   addAlarm(log, 1001, "/Meter1/Voltage/Value", "Real", "254.2", "Voltage above critical limit",
            100, false, 2, {{kAlarmTime, 0, true, 1, ""}});
@@ -211,14 +214,14 @@ std::vector<CEvent> alarmLog() {
   ack.message = "Alarm acknowledged";
   ack.set_quality(CEvent::kQualityGood);
   log.push_back(ack);
-  CEvent breaker = record(kStart + 2 * kDay + 11 * kHour, 2, "/Meter1/Breaker/Value", "Boolean",
+  CEvent breaker = record(clock(2, 11), 2, "/Meter1/Breaker/Value", "Boolean",
                           "false", "Web-Services:admin@192.0.2.10");
   breaker.message = "Breaker opened for maintenance";
   breaker.set_quality(CEvent::kQualityGood);
   log.push_back(breaker);
   const std::string changed = "/Software/System Settings/Configuration Changed/Value";
   for (bool value : {true, false}) {
-    CEvent change = record(kStart + 5 * kDay + 12 * kHour + (value ? 0 : 5 * kMinute), 2, changed,
+    CEvent change = record(clock(5, 12, value ? 0 : 5), 2, changed,
                            "Boolean", value ? "true" : "false", "ConfigService:@local");
     change.set_quality(CEvent::kQualityGood);
     log.push_back(change);
@@ -238,22 +241,21 @@ std::vector<CEvent> systemLog() {
     const char* value;
     const char* message;  // "": the level's own description
   };
-  const int64_t d = kDay;
   const Entry entries[] = {
       {kStart + 5 * kMinute, 1, "/", nullptr, "", "Gateway started"},
-      {kStart + 1 * d + 2 * kHour, 2, "/System/CpuLoad/Value", "Real", "91.5", ""},
-      {kStart + 1 * d + 2 * kHour + 10 * kMinute, 1, "/System/CpuLoad/Value", "Real", "14.2", ""},
-      {kStart + 3 * d + 8 * kHour, 3, "/Meter10", nullptr, "", "Device not responding"},
-      {kStart + 3 * d + 8 * kHour + kMinute, 3, "/Meter10/Online/Value", "Boolean", "false", ""},
-      {kStart + 4 * d + 3 * kHour, 2, "/", nullptr, "", "Data server restarted"},
-      {kStart + 4 * d + 3 * kHour + kMinute, 0, "/System/Uptime/Value", "Unsigned64", "60", ""},
-      {kStart + 5 * d + 12 * kHour, 1, "/", nullptr, "", "Configuration changed"},
+      {clock(1, 2), 2, "/System/CpuLoad/Value", "Real", "91.5", ""},
+      {clock(1, 2, 10), 1, "/System/CpuLoad/Value", "Real", "14.2", ""},
+      {clock(3, 8), 3, "/Meter10", nullptr, "", "Device not responding"},
+      {clock(3, 8, 1), 3, "/Meter10/Online/Value", "Boolean", "false", ""},
+      {clock(4, 3), 2, "/", nullptr, "", "Data server restarted"},
+      {clock(4, 3, 1), 0, "/System/Uptime/Value", "Unsigned64", "60", ""},
+      {clock(5, 12), 1, "/", nullptr, "", "Configuration changed"},
       {kAlarmTime + kMinute, 3, "/Meter1/Status/Value", "Unsigned", "8", "Meter reports a fault"},
   };
   std::vector<CEvent> log;
   uint64_t id = 5000;
   for (int day = 0; day < 7; ++day) {
-    CEvent backup = record(kStart + day * kDay + 3 * kHour, CEvent::kKindSystemLevel, "/", nullptr,
+    CEvent backup = record(clock(day, 3), CEvent::kKindSystemLevel, "/", nullptr,
                            "", "SystemManager:@local");
     backup.level_quality = 1;
     backup.message = "Daily backup completed";

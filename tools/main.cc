@@ -39,7 +39,7 @@ const Command* findCommand(const std::string& name) {
 
 void printToolHelp(std::ostream& out) {
   out << "Usage: cds [--db FILE] COMMAND ARGS...\n"
-         "The command-line tool for the gateway's Data store.\n\n"
+         "The command-line tool for the gateway's Data store and history logs.\n\n"
          "Commands:\n";
   for (const Command& command : commandTable()) {
     out << "  " << command.name << " " << command.synopsis << "\n";
@@ -50,10 +50,10 @@ void printToolHelp(std::ostream& out) {
          "Writes carry the source text \"cds:USER@local\" (USER from the environment).\n\n"
          "Exit status:\n"
          "  0  success\n"
-         "  1  the operation failed (missing node or leaf, refused write)\n"
+         "  1  the operation failed (missing node or leaf, refused write, wrong document)\n"
          "  2  usage error (unknown command or option, wrong arguments, a value that does\n"
          "     not read as its type)\n"
-         "  3  the store could not be opened\n";
+         "  3  the store (or the log DB of `log` and `trend`) could not be opened\n";
 }
 
 void printCommandHelp(std::ostream& out, const Command& command) {
