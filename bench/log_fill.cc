@@ -94,5 +94,6 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "log_fill: RECORDS must be at least %d\n", kParams);
     return 2;
   }
-  return fillDeltas(dir + "/deadband.db", records) || fillTrends(dir + "/interval-trends.db", records);
+  return fillDeltas(dir + "/deadband.db", records) ||
+         fillTrends(dir + "/interval-trends.db", records);
 }

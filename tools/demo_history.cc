@@ -67,16 +67,22 @@ double roundTo(double value, int digits) {
   return std::round(value * scale) / scale;
 }
 
-double voltage(int64_t t) { return roundTo(230 + 2.5 * daily(t) + 0.8 * jitter(t / kMinute), 1); }
+double voltage(int64_t t) {
+  return roundTo(230 + 2.5 * daily(t) + 0.8 * jitter(t / kMinute), 1);
+}
 double current(int64_t t) {
   return roundTo(40 + 15 * daily(t) + 2 * jitter(t / kMinute + 7), 1);
 }
 double powerFactor(int64_t t) {
   return roundTo(0.92 + 0.03 * daily(t) + 0.01 * jitter(t / kMinute + 11), 2);
 }
-double power(int64_t t) { return roundTo(voltage(t) * current(t) * powerFactor(t) / 1000, 2); }
+double power(int64_t t) {
+  return roundTo(voltage(t) * current(t) * powerFactor(t) / 1000, 2);
+}
 // The energy counter at `t`, reaching the store's 5000000000 Wh at the end of the history.
-double energy(int64_t t) { return std::round(5000000000.0 - 9610.0 * (kEnd - t) / kHour); }
+double energy(int64_t t) {
+  return std::round(5000000000.0 - 9610.0 * (kEnd - t) / kHour);
+}
 bool daytime(int64_t t) {
   const int64_t hour = ((t % kDay) + kDay) % kDay / kHour;
   return hour >= 6 && hour < 22;
@@ -84,7 +90,9 @@ bool daytime(int64_t t) {
 double supplyTemp(int64_t t) {
   return roundTo(18 + 2 * daily(t) + 0.3 * jitter(t / kMinute + 23), 1);
 }
-double setpoint(int64_t t) { return daytime(t) ? 21 : 17; }
+double setpoint(int64_t t) {
+  return daytime(t) ? 21 : 17;
+}
 
 CEvent record(int64_t time, int32_t kind, const std::string& path, const char* type,
               const std::string& value, const char* source) {
@@ -109,7 +117,7 @@ std::string text(double value) {
 
 CEvent delta(int64_t time, const std::string& path, const char* type, const std::string& value,
              uint16_t quality = CEvent::kQualityGood) {
-  const char* writer = path.compare(0, 6, "/AHU1/") == 0       ? "BACnet:@local"
+  const char* writer = path.compare(0, 6, "/AHU1/") == 0        ? "BACnet:@local"
                        : path.compare(0, 10, "/Software/") == 0 ? "SystemManager:@local"
                                                                 : "Modbus:@local";
   CEvent event = record(time, CEvent::kKindDelta, path, type, value, writer);
@@ -125,7 +133,8 @@ std::vector<CEvent> deltaLog() {
     log.push_back(delta(t, "/Meter1/Current/Value", "Real", text(current(t))));
     log.push_back(delta(t, "/Meter1/Power/Value", "Real", text(power(t))));
     const int64_t ahu = t + 10 * kMinute;
-    if (ahu <= kEnd) log.push_back(delta(ahu, "/AHU1/SupplyTemp/Value", "Real", text(supplyTemp(ahu))));
+    if (ahu <= kEnd)
+      log.push_back(delta(ahu, "/AHU1/SupplyTemp/Value", "Real", text(supplyTemp(ahu))));
     // The air handler's schedule: on at 06:00, set back at 22:00.
     if (daytime(t) != daytime(t - 30 * kMinute)) {
       const bool on = daytime(t);
@@ -147,8 +156,8 @@ std::vector<CEvent> deltaLog() {
   log.push_back(delta(clock(4, 3, 1), app, "Unsigned", "4"));
   log.push_back(delta(clock(5, 12), "/Software/System Settings/Configuration Changed/Value",
                       "Boolean", "true"));
-  log.push_back(delta(clock(5, 12, 5),
-                      "/Software/System Settings/Configuration Changed/Value", "Boolean", "false"));
+  log.push_back(delta(clock(5, 12, 5), "/Software/System Settings/Configuration Changed/Value",
+                      "Boolean", "false"));
   std::stable_sort(log.begin(), log.end(), [](const CEvent& a, const CEvent& b) {
     return vtx_UNIXtoVTXtime64(&a.timestamp) < vtx_UNIXtoVTXtime64(&b.timestamp);
   });
@@ -197,8 +206,8 @@ std::vector<CEvent> alarmLog() {
            {{clock(3, 8), 0, true, 1, ""},
             {clock(3, 9), 1, true, 2, ""},
             {kAlarmTime + 2 * kMinute, 2, false, 3, "Cable replaced"}});
-  addAlarm(log, 1001, "/Meter1/Voltage/Value", "Real", "254.2", "Voltage above critical limit",
-           100, false, 2, {{kAlarmTime, 0, true, 1, ""}});
+  addAlarm(log, 1001, "/Meter1/Voltage/Value", "Real", "254.2", "Voltage above critical limit", 100,
+           false, 2, {{kAlarmTime, 0, true, 1, ""}});
   addAlarm(log, 1002, "/AHU1/SupplyTemp/Value", "Real", "26.8", "Supply temperature high", 500,
            true, 1,
            {{kAlarmTime + kMinute, 0, true, 1, ""},
@@ -214,15 +223,15 @@ std::vector<CEvent> alarmLog() {
   ack.message = "Alarm acknowledged";
   ack.set_quality(CEvent::kQualityGood);
   log.push_back(ack);
-  CEvent breaker = record(clock(2, 11), 2, "/Meter1/Breaker/Value", "Boolean",
-                          "false", "Web-Services:admin@192.0.2.10");
+  CEvent breaker = record(clock(2, 11), 2, "/Meter1/Breaker/Value", "Boolean", "false",
+                          "Web-Services:admin@192.0.2.10");
   breaker.message = "Breaker opened for maintenance";
   breaker.set_quality(CEvent::kQualityGood);
   log.push_back(breaker);
   const std::string changed = "/Software/System Settings/Configuration Changed/Value";
   for (bool value : {true, false}) {
-    CEvent change = record(clock(5, 12, value ? 0 : 5), 2, changed,
-                           "Boolean", value ? "true" : "false", "ConfigService:@local");
+    CEvent change = record(clock(5, 12, value ? 0 : 5), 2, changed, "Boolean",
+                           value ? "true" : "false", "ConfigService:@local");
     change.set_quality(CEvent::kQualityGood);
     log.push_back(change);
   }
@@ -255,15 +264,15 @@ std::vector<CEvent> systemLog() {
   std::vector<CEvent> log;
   uint64_t id = 5000;
   for (int day = 0; day < 7; ++day) {
-    CEvent backup = record(clock(day, 3), CEvent::kKindSystemLevel, "/", nullptr,
-                           "", "SystemManager:@local");
+    CEvent backup =
+        record(clock(day, 3), CEvent::kKindSystemLevel, "/", nullptr, "", "SystemManager:@local");
     backup.level_quality = 1;
     backup.message = "Daily backup completed";
     log.push_back(backup);
   }
   for (const Entry& entry : entries) {
-    CEvent event = record(entry.time, CEvent::kKindSystemLevel, entry.path, entry.type,
-                          entry.value, "SystemManager:@local");
+    CEvent event = record(entry.time, CEvent::kKindSystemLevel, entry.path, entry.type, entry.value,
+                          "SystemManager:@local");
     event.level_quality = entry.level;
     event.message = entry.message;
     log.push_back(event);
@@ -324,8 +333,11 @@ TrendDocument trendLog() {
                   actualOnly(energy, t, count)};
       }
       meter.snapshots.push_back(m);
-      CSnapshot a{period, seconds, 100.0,
-                  {sample(supplyTemp, t, length, 0.6, count), sample(setpoint, t, length, 0, count)}};
+      CSnapshot a{
+          period,
+          seconds,
+          100.0,
+          {sample(supplyTemp, t, length, 0.6, count), sample(setpoint, t, length, 0, count)}};
       if (period == kPeriodA && index == kGlitch) {
         a.percent_valid = 50;
         a.data[0] = CSample{17.9, 18.6, nan, nan, count / 2};

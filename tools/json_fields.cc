@@ -83,7 +83,8 @@ int64_t integerField(const Json& object, const char* key, const std::string& ite
   bool fits;
   if (value->is_number_unsigned()) {  // every integer above zero reads as unsigned
     const uint64_t u = value->get<uint64_t>();
-    fits = max >= 0 && u <= static_cast<uint64_t>(max) && (min <= 0 || u >= static_cast<uint64_t>(min));
+    fits = max >= 0 && u <= static_cast<uint64_t>(max) &&
+           (min <= 0 || u >= static_cast<uint64_t>(min));
   } else {
     const int64_t v = value->get<int64_t>();
     fits = v >= min && v <= max;

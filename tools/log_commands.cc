@@ -23,9 +23,9 @@ void requireAction(const ParsedArgs& args, bool show_takes_max) {
   const size_t wanted = action == "import" ? 3 : action == "show" ? 2 : 0;
   if (wanted == 0) throw UsageError("unknown action \"" + action + "\" (import, show)");
   if (args.positional.size() != wanted) {
-    throw UsageError(args.positional.size() < wanted ? "missing arguments"
-                                                      : "unexpected argument " +
-                                                            args.positional[wanted]);
+    throw UsageError(args.positional.size() < wanted
+                         ? "missing arguments"
+                         : "unexpected argument " + args.positional[wanted]);
   }
   if (args.has("--max") && (action != "show" || !show_takes_max)) {
     throw UsageError("option --max belongs to show");
@@ -53,9 +53,8 @@ int showLog(Context& ctx, const std::string& db, size_t max) {
     throw NoStoreError(errorText("", pcd_log_last_error()));
   }
   std::vector<toolkit::CEvent> records;
-  const int max_count = max > static_cast<size_t>(toolkit::CLog::kNoLimit)
-                            ? toolkit::CLog::kNoLimit
-                            : static_cast<int>(max);
+  const int max_count = max > static_cast<size_t>(toolkit::CLog::kNoLimit) ? toolkit::CLog::kNoLimit
+                                                                           : static_cast<int>(max);
   const int rc = toolkit::CLog(handle).retrieve(records, "", std::nullopt, std::nullopt, max_count,
                                                 true, false, 0);
   pcd_log_close(handle);
@@ -108,13 +107,13 @@ void showDevice(Context& ctx, toolkit::trend::CLog& log,
             << "\n";
   }
   for (const auto& snapshot : data.snapshots) {
-    ctx.out << "  " << isoTime(int64_t{snapshot.timestamp} * 1000) << "  period "
-            << snapshot.period << "  valid " << number(snapshot.percent_valid) << "%\n";
+    ctx.out << "  " << isoTime(int64_t{snapshot.timestamp} * 1000) << "  period " << snapshot.period
+            << "  valid " << number(snapshot.percent_valid) << "%\n";
     for (size_t i = 0; i < snapshot.data.size(); ++i) {
       const toolkit::trend::CSample& s = snapshot.data[i];
-      ctx.out << "    " << params[i].path << "  min " << number(s.min) << "  max "
-              << number(s.max) << "  avg " << number(s.avg) << "  actual " << number(s.actual)
-              << "  count " << number(s.count) << "\n";
+      ctx.out << "    " << params[i].path << "  min " << number(s.min) << "  max " << number(s.max)
+              << "  avg " << number(s.avg) << "  actual " << number(s.actual) << "  count "
+              << number(s.count) << "\n";
     }
   }
 }
@@ -148,8 +147,8 @@ int importTrend(Context& ctx, const std::string& db, const std::string& file) {
   replaceTrendLog(db, doc);
   size_t snapshots = 0;
   for (const auto& device : doc.devices) snapshots += device.snapshots.size();
-  ctx.out << "wrote " << doc.periods.size() << " periods, " << doc.devices.size()
-          << " devices, " << snapshots << " snapshots to " << db << "\n";
+  ctx.out << "wrote " << doc.periods.size() << " periods, " << doc.devices.size() << " devices, "
+          << snapshots << " snapshots to " << db << "\n";
   return kExitOk;
 }
 

@@ -32,12 +32,12 @@ std::string itemName(const std::string& parent, const char* key, size_t index) {
 }
 
 toolkit::CEvent parseRecord(const Json& object, const std::string& item) {
-  checkObject(object,
-              {"time", "usec", "kind", "category", "base_priority", "variation_level",
-               "source_path", "message", "note", "source", "type", "value", "level_quality",
-               "quality", "event_id", "sequence_index", "ack_status", "condition_present",
-               "auto_closing"},
-              item);
+  checkObject(
+      object,
+      {"time", "usec", "kind", "category", "base_priority", "variation_level", "source_path",
+       "message", "note", "source", "type", "value", "level_quality", "quality", "event_id",
+       "sequence_index", "ack_status", "condition_present", "auto_closing"},
+      item);
   if (!object.contains("time")) throw DocumentError(item + ": missing \"time\"");
   toolkit::CEvent record;
   const int64_t time = integerField(object, "time", item, -kMaxTime, kMaxTime, 0);
@@ -100,7 +100,8 @@ CParamProperties parseParam(const Json& object, const std::string& item) {
   checkObject(object, {"path", "type", "hasMin", "hasMax", "hasAvg", "hasActual"}, item);
   CParamProperties param;
   param.path = stringField(object, "path", item, true);
-  if (object.contains("type")) param.type = parseSampleType(stringField(object, "type", item, true), item);
+  if (object.contains("type"))
+    param.type = parseSampleType(stringField(object, "type", item, true), item);
   param.has_min = booleanField(object, "hasMin", item, true);
   param.has_max = booleanField(object, "hasMax", item, true);
   param.has_avg = booleanField(object, "hasAvg", item, true);
@@ -147,8 +148,8 @@ CSnapshot parseSnapshot(const Json& object, const std::string& item,
   snapshot.percent_valid = percent->get<double>();
   const Json& data = arrayField(object, "data", item, true);
   if (data.size() != param_count) {
-    throw DocumentError(item + ": \"data\" holds " + std::to_string(data.size()) +
-                        " samples for " + std::to_string(param_count) + " params");
+    throw DocumentError(item + ": \"data\" holds " + std::to_string(data.size()) + " samples for " +
+                        std::to_string(param_count) + " params");
   }
   for (size_t i = 0; i < data.size(); ++i) {
     snapshot.data.push_back(parseSample(data[i], itemName(item, "data", i)));
@@ -167,8 +168,7 @@ CDeviceLog parseDevice(const Json& object, const std::string& item,
     const std::string param_item = itemName(item, "params", i);
     device.params.push_back(parseParam(params[i], param_item));
     if (!param_paths.insert(device.params.back().path).second) {
-      throw DocumentError(param_item + ": the path \"" + device.params.back().path +
-                          "\" repeats");
+      throw DocumentError(param_item + ": the path \"" + device.params.back().path + "\" repeats");
     }
   }
   const Json& snapshots = arrayField(object, "snapshots", item);
@@ -230,7 +230,8 @@ bool parseTrendDocument(const std::string& json_text, TrendDocument& doc, std::s
         if (!periods[i].contains(key)) throw DocumentError(item + ": missing \"" + key + "\"");
       }
       toolkit::trend::CPeriodProperties period;
-      period.period = static_cast<uint32_t>(integerField(periods[i], "period", item, 0, kUint32Max, 0));
+      period.period =
+          static_cast<uint32_t>(integerField(periods[i], "period", item, 0, kUint32Max, 0));
       period.max_entries =
           static_cast<uint32_t>(integerField(periods[i], "max-entries", item, 0, kUint32Max, 0));
       if (!numbers.insert(period.period).second) {
@@ -261,7 +262,8 @@ void appendEventLog(const std::string& path, const std::vector<toolkit::CEvent>&
   }
   const int rc = toolkit::CLog(handle).append(records);
   pcd_log_close(handle);
-  if (rc != 0) throw OperationError(errorText(path, std::string("cannot append: ") + pcd_log_result_text(rc)));
+  if (rc != 0)
+    throw OperationError(errorText(path, std::string("cannot append: ") + pcd_log_result_text(rc)));
 }
 
 void replaceTrendLog(const std::string& path, const TrendDocument& doc) {
@@ -270,7 +272,8 @@ void replaceTrendLog(const std::string& path, const TrendDocument& doc) {
     throw NoStoreError(errorText("", log.last_error()));
   }
   const int rc = log.replace(doc.periods, doc.devices);
-  if (rc != 0) throw OperationError(errorText(path, std::string("cannot write: ") + pcd_log_result_text(rc)));
+  if (rc != 0)
+    throw OperationError(errorText(path, std::string("cannot write: ") + pcd_log_result_text(rc)));
 }
 
 }  // namespace cdstool

@@ -60,9 +60,9 @@ int retrieveLogRecords(const LogSettings& settings, const std::string& db_path,
   }
   result.clear();
   pcd_log_handle_t handle = nullptr;
-  int rc = pcd_log_init(db_path.c_str(), &handle, kCreate, kWritable, kBusyTimeoutMs, kWal,
-                        kSynchronous, settings.page_size, settings.cache_size,
-                        settings.heap_limit, 0);
+  int rc =
+      pcd_log_init(db_path.c_str(), &handle, kCreate, kWritable, kBusyTimeoutMs, kWal, kSynchronous,
+                   settings.page_size, settings.cache_size, settings.heap_limit, 0);
   if (rc != 0) {
     // The same words for every log, the delta log included, deliberately.
     formatError(kWsNoHistory, "Failed to open event log database", result, &options);
@@ -80,8 +80,8 @@ int retrieveLogRecords(const LogSettings& settings, const std::string& db_path,
 
   int attempt = 1;
   for (;; ++attempt) {
-    rc = log.retrieve(records, path, start, end, max, request.bLatestEvents,
-                      request.bReverseOrder, 0);
+    rc = log.retrieve(records, path, start, end, max, request.bLatestEvents, request.bReverseOrder,
+                      0);
     if (rc == 0) {
       if (max >= 1 && request.bTrimIncomplete && records.size() >= static_cast<size_t>(max)) {
         trimmed = trimIncompleteGroup(log, path, records);
@@ -94,8 +94,7 @@ int retrieveLogRecords(const LogSettings& settings, const std::string& db_path,
   if (rc != 0 || attempt > kAttemptsThatSucceed) {
     formatError(kWsNoDataAvailable, "Database retrieval failed with these params", result,
                 &options);
-    fprintf(stderr, "Failed to get events from database %s, dbResult = %d \n", db_path.c_str(),
-            rc);
+    fprintf(stderr, "Failed to get events from database %s, dbResult = %d \n", db_path.c_str(), rc);
   }
   pcd_log_close(handle);
   return rc;

@@ -27,15 +27,16 @@ CREATE INDEX records_by_time ON records(time);
 
 std::string g_last_error;
 
-#define RECORD_COLUMNS                                                                    \
-  "time, kind, source_path, category, type, value, level_quality, message, event_id, "   \
+#define RECORD_COLUMNS                                                                 \
+  "time, kind, source_path, category, type, value, level_quality, message, event_id, " \
   "sequence_index, ack_status, base_priority, condition_present, note, auto_closing, " \
   "variation_level, source"
 
 // ?3 = 0: no path filter. Otherwise the path itself (?4) or anything from "path/" (?5) up to
 // but not including "path0" (?6), "0" being the character after "/".
-#define RECORD_SELECTION                                                                  \
-  "SELECT " RECORD_COLUMNS " FROM records WHERE time >= ?1 AND time <= ?2 AND (?3 = 0 OR " \
+#define RECORD_SELECTION                                          \
+  "SELECT " RECORD_COLUMNS                                        \
+  " FROM records WHERE time >= ?1 AND time <= ?2 AND (?3 = 0 OR " \
   "source_path = ?4 OR (source_path >= ?5 AND source_path < ?6)) "
 
 constexpr const char* kSelectEarliest = RECORD_SELECTION "ORDER BY time, id LIMIT ?7";
@@ -75,8 +76,8 @@ int bindRecord(sqlite3_stmt* stmt, const toolkit::CEvent& record) {
   if (!logdb::toMicros(record.timestamp, time)) return SQLITE_RANGE;
   sqlite3_bind_int64(stmt, 1, time);
   sqlite3_bind_int(stmt, 2, record.kind);
-  sqlite3_bind_text(stmt, 3, record.source_path.data(),
-                    static_cast<int>(record.source_path.size()), SQLITE_STATIC);
+  sqlite3_bind_text(stmt, 3, record.source_path.data(), static_cast<int>(record.source_path.size()),
+                    SQLITE_STATIC);
   sqlite3_bind_int(stmt, 4, record.category);
   if (record.value.get_type() == DATA_TYPE_NONE) {
     sqlite3_bind_int(stmt, 5, DATA_TYPE_NONE);
@@ -116,8 +117,8 @@ struct pcd_log_connection {
 };
 
 int pcd_log_init(const char* path, pcd_log_handle_t* handle, int create, int writable,
-                 int busy_timeout_ms, int wal, int synchronous, int page_size,
-                 uint32_t cache_size, uint32_t heap_limit, int flags) {
+                 int busy_timeout_ms, int wal, int synchronous, int page_size, uint32_t cache_size,
+                 uint32_t heap_limit, int flags) {
   g_last_error.clear();
   if (handle == nullptr) return SQLITE_MISUSE;
   *handle = nullptr;

@@ -44,8 +44,8 @@ typedef struct pcd_log_connection* pcd_log_handle_t;
 // Returns 0, or the result code with pcd_log_last_error() saying why. A read-only open that
 // finds the log locked succeeds, and the first call reports the lock.
 int pcd_log_init(const char* path, pcd_log_handle_t* handle, int create, int writable,
-                 int busy_timeout_ms, int wal, int synchronous, int page_size,
-                 uint32_t cache_size, uint32_t heap_limit, int flags);
+                 int busy_timeout_ms, int wal, int synchronous, int page_size, uint32_t cache_size,
+                 uint32_t heap_limit, int flags);
 // Closes the connection (null is ignored). In a process that did not open it, the
 // connection is only forgotten: the file stays as its owner left it.
 void pcd_log_close(pcd_log_handle_t handle);

@@ -28,19 +28,11 @@ bool injectedFailure() {
   return true;
 }
 
+// store::query_int with SQLite's primary result code.
 bool queryInt(sqlite3* db, const char* sql, int64_t& out, int& rc) {
-  sqlite3_stmt* stmt = nullptr;
-  rc = sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr);
-  if (rc == SQLITE_OK) {
-    rc = sqlite3_step(stmt);
-    if (rc == SQLITE_ROW) {
-      out = sqlite3_column_int64(stmt, 0);
-      rc = SQLITE_OK;
-    }
-  }
-  sqlite3_finalize(stmt);
+  const bool ok = store::query_int(db, sql, out, rc);
   rc &= 0xff;
-  return rc == SQLITE_OK;
+  return ok;
 }
 
 }  // namespace
@@ -108,7 +100,8 @@ int Connection::open(const std::string& path, const OpenOptions& options) {
     exec(db_, sql.c_str());
   }
   if (writable_) {
-    std::string sql = "PRAGMA synchronous = " + std::to_string(std::clamp(options.synchronous, 0, 3));
+    std::string sql =
+        "PRAGMA synchronous = " + std::to_string(std::clamp(options.synchronous, 0, 3));
     exec(db_, sql.c_str());
   } else {
     exec(db_, "PRAGMA query_only = 1");
@@ -176,8 +169,8 @@ int Connection::createSchema() {
   }
   if (rc == SQLITE_OK) rc = tx.commit();
   if (rc != SQLITE_OK) {
-    error_ = "cannot create the " + std::string(schema_.kind) + " " + path_ + ": " +
-             sqlite3_errmsg(db_);
+    error_ =
+        "cannot create the " + std::string(schema_.kind) + " " + path_ + ": " + sqlite3_errmsg(db_);
     return rc;
   }
   return objects == 0 ? SQLITE_OK : checkSchema(false);

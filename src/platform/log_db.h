@@ -30,9 +30,9 @@ struct OpenOptions {
   bool create = false;    // a missing or empty file gets the schema (implies writable)
   bool writable = false;  // false: the connection refuses writes
   int busy_timeout_ms = 0;
-  bool wal = false;       // a file created here uses a write-ahead log
-  int synchronous = 1;    // SQLite's synchronous level for writes (0 off, 1 normal, 2 full)
-  int page_size = 0;      // bytes; 0 keeps SQLite's default. Only a new file takes it.
+  bool wal = false;         // a file created here uses a write-ahead log
+  int synchronous = 1;      // SQLite's synchronous level for writes (0 off, 1 normal, 2 full)
+  int page_size = 0;        // bytes; 0 keeps SQLite's default. Only a new file takes it.
   uint32_t cache_size = 0;  // bytes; 0 keeps SQLite's default
   uint32_t heap_limit = 0;  // bytes, SQLite's soft heap limit (process-wide); 0 leaves it
 };

@@ -115,6 +115,9 @@ bool ownedHere(pcd_connection* c);
 // connection `key`, that the `what` at `path` was refused, and returns false.
 bool ownedByThisProcess(const void* key, pid_t owner, const char* what, const std::string& path);
 sqlite3_stmt* prepare(pcd_connection* c, const char* sql);
+// Runs a one-off query whose first row's first column is an integer (a PRAGMA while a file
+// is opened); false with the SQLite result code in `rc` when it fails.
+bool query_int(sqlite3* db, const char* sql, int64_t& out, int& rc);
 
 // A transaction around one multi-item call: BEGIN IMMEDIATE for writes (the write lock is
 // taken at once, so the busy time-out applies there and never half-way through), plain

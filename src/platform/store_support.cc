@@ -75,6 +75,20 @@ sqlite3_stmt* prepare(pcd_connection* c, const char* sql) {
   return c->statements.get(c->db, sql);
 }
 
+bool query_int(sqlite3* db, const char* sql, int64_t& out, int& rc) {
+  sqlite3_stmt* stmt = nullptr;
+  rc = sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr);
+  if (rc == SQLITE_OK) {
+    rc = sqlite3_step(stmt);
+    if (rc == SQLITE_ROW) {
+      out = sqlite3_column_int64(stmt, 0);
+      rc = SQLITE_OK;
+    }
+  }
+  sqlite3_finalize(stmt);
+  return rc == SQLITE_OK;
+}
+
 Transaction::Transaction(pcd_connection* c, bool write) : c_(c) {
   if (c_->read_batches > 0) {
     joined_ = !write;

@@ -198,14 +198,14 @@ bool contentFits(const std::vector<CPeriodProperties>& periods,
 
 int writeDevice(logdb::Connection& c, const CDeviceLog& device) {
   store::Stmt insert_device(c.prepare("INSERT INTO devices(path) VALUES(?1)"));
-  store::Stmt insert_param(c.prepare(
-      "INSERT INTO params(device, path, type, has_min, has_max, has_avg, has_actual) "
-      "VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7)"));
+  store::Stmt insert_param(
+      c.prepare("INSERT INTO params(device, path, type, has_min, has_max, has_avg, has_actual) "
+                "VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7)"));
   store::Stmt insert_snapshot(c.prepare(
       "INSERT INTO snapshots(device, period, time, percent_valid) VALUES(?1, ?2, ?3, ?4)"));
-  store::Stmt insert_sample(c.prepare(
-      "INSERT INTO samples(snapshot, param, min, max, avg, actual, count) "
-      "VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7)"));
+  store::Stmt insert_sample(
+      c.prepare("INSERT INTO samples(snapshot, param, min, max, avg, actual, count) "
+                "VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7)"));
   if (!insert_device.ok() || !insert_param.ok() || !insert_snapshot.ok() || !insert_sample.ok()) {
     return SQLITE_ERROR;
   }
@@ -253,9 +253,8 @@ int writeDevice(logdb::Connection& c, const CDeviceLog& device) {
 CLog::CLog() = default;
 CLog::~CLog() = default;
 
-int CLog::open(const std::string& path, bool read_only, bool create, int busy_timeout_ms,
-               bool wal, int page_size, uint32_t cache_size, uint32_t heap_limit,
-               bool full_sync) {
+int CLog::open(const std::string& path, bool read_only, bool create, int busy_timeout_ms, bool wal,
+               int page_size, uint32_t cache_size, uint32_t heap_limit, bool full_sync) {
   close();
   logdb::OpenOptions options;
   options.create = create;
@@ -296,7 +295,8 @@ int CLog::get_periods(std::vector<CPeriodProperties>& periods) {
   store::Stmt query(db_->prepare(kSelectPeriods));
   if (!query.ok()) return SQLITE_ERROR;
   while ((rc = query.step()) == SQLITE_ROW) {
-    periods.push_back({static_cast<uint32_t>(query.int64(0)), static_cast<uint32_t>(query.int64(1))});
+    periods.push_back(
+        {static_cast<uint32_t>(query.int64(0)), static_cast<uint32_t>(query.int64(1))});
   }
   if (rc != SQLITE_DONE) periods.clear();
   return finish(rc);

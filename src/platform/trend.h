@@ -132,8 +132,8 @@ class CLog {
   // have gives NaN samples, or with `strict` fails the call (SQLITE_NOTFOUND), as does an
   // unknown device.
   int get_trend_data(CDeviceData& data, const CDeviceParams& params,
-                     const std::vector<uint32_t>& periods, std::pair<time_t, time_t> range,
-                     int max, uint32_t offset, bool ascending, bool strict);
+                     const std::vector<uint32_t>& periods, std::pair<time_t, time_t> range, int max,
+                     uint32_t offset, bool ascending, bool strict);
 
   // The writers' side: replaces the whole content of the log with `periods` and `devices`,
   // in one transaction (all of it or nothing). SQLITE_CONSTRAINT when period numbers,

@@ -127,13 +127,14 @@ TEST_F(LogTest, AppendKeepsEveryFieldOfTheRecord) {
     EXPECT_EQ(b.timestamp.tv_sec, a.timestamp.tv_sec);
     EXPECT_EQ(b.timestamp.tv_usec, a.timestamp.tv_usec);
     EXPECT_EQ(b.value, a.value) << i;
-    EXPECT_EQ(b.value.get_time().tv_sec, a.timestamp.tv_sec) << "the value carries the record's time";
+    EXPECT_EQ(b.value.get_time().tv_sec, a.timestamp.tv_sec)
+        << "the value carries the record's time";
     EXPECT_EQ(std::tie(b.kind, b.source_path, b.category, b.level_quality, b.message, b.event_id,
-                       b.sequence_index, b.ack_status, b.base_priority, b.condition_present,
-                       b.note, b.auto_closing, b.variation_level, b.source),
+                       b.sequence_index, b.ack_status, b.base_priority, b.condition_present, b.note,
+                       b.auto_closing, b.variation_level, b.source),
               std::tie(a.kind, a.source_path, a.category, a.level_quality, a.message, a.event_id,
-                       a.sequence_index, a.ack_status, a.base_priority, a.condition_present,
-                       a.note, a.auto_closing, a.variation_level, a.source));
+                       a.sequence_index, a.ack_status, a.base_priority, a.condition_present, a.note,
+                       a.auto_closing, a.variation_level, a.source));
   }
 }
 

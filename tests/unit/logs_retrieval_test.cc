@@ -87,7 +87,7 @@ TEST_F(LogRetrievalTest, SelectionOrderAndTrimming) {
       {request(2, false, false, true), 0, 0, "a", 3},
       {request(3, false, false, true), 0, 0, "a", 3},
       {request(4, false, false, true), 0, 0, "a b1 b2", 0},  // the whole group fitted
-      {request(2, false, false, true), 2000, 0, "", 3},  // every record was in the group
+      {request(2, false, false, true), 2000, 0, "", 3},      // every record was in the group
       {request(5, true, false, true), 0, 0, "b1 b2 c d", 0},
       {request(1, true, false, true), 0, 0, "", 2},
       {request(100, false, false, true), 0, 0, "a b1 b2 c d", 0},  // not full: kept

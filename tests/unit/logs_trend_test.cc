@@ -222,7 +222,8 @@ TEST_F(TrendServiceTest, EachFailedLogCallHasItsText) {
 }
 
 TEST_F(TrendServiceTest, RetriesCountAsSuccessOnlyForTheFirstThreeAttempts) {
-  const std::string failed = "? 22 No Data Available : Trend data retrieval failed with these params";
+  const std::string failed =
+      "? 22 No Data Available : Trend data retrieval failed with these params";
   struct Case {
     int failures;
     const char* result;

@@ -18,14 +18,17 @@ using wsgate_test::TempStore;
 
 const double kNaN = std::nan("");
 
-CSample same(double v) { return CSample{v, v, v, v, 1}; }
+CSample same(double v) {
+  return CSample{v, v, v, v, 1};
+}
 
 // Snapshots of /Dev at seconds 100..500 (period 1) and 300, 500 (period 2); the value of
 // a sample tells its snapshot: time / 100, plus 10 for period 2, plus 0.5 for the second
 // parameter.
 std::vector<CDeviceLog> content() {
-  CDeviceLog dev{"/Dev", {{"/Dev/A", SAMPLE_TYPE_NORMAL, true, false, true, true},
-                          {"/Dev/B", SAMPLE_TYPE_PF, false, true, false, true}},
+  CDeviceLog dev{"/Dev",
+                 {{"/Dev/A", SAMPLE_TYPE_NORMAL, true, false, true, true},
+                  {"/Dev/B", SAMPLE_TYPE_PF, false, true, false, true}},
                  {}};
   auto add = [&](uint32_t period, time_t t) {
     double v = t / 100 + (period == 2 ? 10 : 0);
@@ -128,7 +131,8 @@ TEST_F(TrendTest, SamplesFollowTheRequestedParametersAndKeepNaN) {
   EXPECT_EQ(s.percent_valid, 100);
   ASSERT_EQ(s.data.size(), 3u);
   EXPECT_EQ(s.data[0].max, 2.5);
-  EXPECT_TRUE(std::isnan(s.data[1].min) && std::isnan(s.data[1].actual) && std::isnan(s.data[1].count));
+  EXPECT_TRUE(std::isnan(s.data[1].min) && std::isnan(s.data[1].actual) &&
+              std::isnan(s.data[1].count));
   EXPECT_TRUE(std::isnan(s.data[2].min));
   EXPECT_EQ(s.data[2].max, 2);
   EXPECT_TRUE(std::isnan(s.data[2].avg));
