@@ -22,6 +22,8 @@ bind=${WSGATE_BIND:-127.0.0.1}
 run=${WSGATE_RUN_DIR:-$checkout/run}
 build=${WSGATE_BUILD_DIR:-$checkout/build}
 store=$run/cds.db
+# The daemon's delta, alarm/event, system and trend logs (wsgated -h, -a, -s, -t).
+logs=("$run/deadband.db" "$run/alarms.db" "$run/system.db" "$run/interval-trends.db")
 socket=$run/wsgated.socket
 host=$bind
 [ "$host" = "0.0.0.0" ] && host=127.0.0.1
@@ -97,15 +99,18 @@ build_tree() {
 }
 
 make_store() {
-  local fresh=$1
-  if [ "$fresh" = yes ]; then rm -f "$store" "$store-wal" "$store-shm"; fi
+  local fresh=$1 file
+  if [ "$fresh" = yes ]; then
+    for file in "$store" "${logs[@]}"; do rm -f "$file" "$file-wal" "$file-shm"; done
+  fi
   if [ -s "$store" ]; then
-    say "keeping the demo store $store (deploy/run-demo.sh fresh builds it anew)"
+    say "keeping the demo store $store and its logs (deploy/run-demo.sh fresh builds them anew)"
     return
   fi
-  CDS_PATH=$store as_owner "$build/bin/cds" demo > "$run/log/demo.log" 2>&1 ||
+  # A new store gets the demo's history too; --force replaces logs left from an older store.
+  CDS_PATH=$store as_owner "$build/bin/cds" demo --force --logs "$run" > "$run/log/demo.log" 2>&1 ||
     fail "cds demo could not build the demo store" "$run/log/demo.log"
-  say "built the demo store $store"
+  say "built the demo store $store and its history (delta, alarm, system and trend logs)"
 }
 
 start_daemon() {
@@ -115,7 +120,8 @@ start_daemon() {
   # then execs the daemon, since setsid may have forked on the way.
   (cd "$run" && export CDS_PATH=$store WSGATED_SOCKET=$socket &&
      exec setsid "${owner_prefix[@]}" sh -c 'echo $$ > wsgated.pid && exec "$@"' sh \
-       "$build/bin/wsgated" -d >> "$run/log/wsgated.log" 2>&1 < /dev/null) &
+       "$build/bin/wsgated" -d -h "${logs[0]}" -a "${logs[1]}" -s "${logs[2]}" -t "${logs[3]}" \
+       >> "$run/log/wsgated.log" 2>&1 < /dev/null) &
   for _ in $(seq 100); do [ -s "$run/wsgated.pid" ] && break; sleep 0.05; done
   for _ in $(seq 200); do
     [ -S "$socket" ] && return
@@ -181,7 +187,8 @@ The demo gateway runs.
                  http://$host:$port/wsdl/BACnetWSKiteC3.wsdl, .../BACnetWSKiteTest.wsdl
   Users          $(sed 's/:/ \/ /' "$users" | paste -sd, - | sed 's/,/,  /g')
                  guest reads, operator reads and writes, admin may also remove and reset
-  Files          $run (store cds.db, users, lighttpd.conf, log/)
+  Files          $run (store cds.db, logs deadband.db, alarms.db, system.db,
+                 interval-trends.db, users, lighttpd.conf, log/)
   Commands       the device handler (cds handler) answers the commands of /Meter1 and /AHU1
 
 Read a value:

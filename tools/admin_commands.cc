@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "platform/event.h"
-#include "platform/vtx.h"
 #include "tools/commands.h"
 #include "tools/format.h"
 #include "tools/interchange.h"
@@ -90,78 +89,6 @@ int runRights(Context& ctx, const ParsedArgs& args) {
   throw UsageError("unknown action \"" + action + "\" (list, grant, revoke)");
 }
 
-std::string kindName(int32_t kind) {
-  switch (kind) {
-    case toolkit::CEvent::kKindDelta:
-      return "delta";
-    case toolkit::CEvent::kKindAlarm:
-      return "alarm";
-    case toolkit::CEvent::kKindAcknowledgement:
-      return "ack";
-    case toolkit::CEvent::kKindSystemLevel:
-      return "system";
-    default:
-      return "kind" + std::to_string(kind);
-  }
-}
-
-std::string ackName(int32_t status) {
-  switch (status) {
-    case 0:
-      return "NotAcked";
-    case 1:
-      return "Acked";
-    case 2:
-      return "Closed";
-    default:
-      return std::to_string(status);
-  }
-}
-
-// A text on the event's one line: quoted, with quotes, backslashes and control characters
-// escaped, so that no note or message can break the line or forge a field.
-std::string quoted(const std::string& text) {
-  std::string out = "\"";
-  for (unsigned char c : text) {
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += static_cast<char>(c);
-    } else if (c == '\n') {
-      out += "\\n";
-    } else if (c < 0x20 || c == 0x7f) {
-      char escaped[8];
-      snprintf(escaped, sizeof escaped, "\\x%02x", c);
-      out += escaped;
-    } else {
-      out += static_cast<char>(c);
-    }
-  }
-  return out + "\"";
-}
-
-// One line per event: time, kind, event id, source path, then the fields that are set.
-void printEvent(Context& ctx, const toolkit::CEvent& event) {
-  std::ostream& out = ctx.out;
-  out << isoTime(vtx_UNIXtoVTXtime64(&event.timestamp)) << " " << kindName(event.kind) << " #"
-      << event.event_id << " " << (event.source_path.empty() ? "-" : event.source_path);
-  if (event.category != 0) out << " category=" << event.category;
-  if (event.value.get_type() != DATA_TYPE_NONE) out << " value=" << event.value.to_string();
-  if (event.kind == toolkit::CEvent::kKindSystemLevel) {
-    out << " level=" << event.level_quality;
-  } else if (event.quality() != 0) {
-    out << " quality=" << event.quality();
-  }
-  if (event.kind == toolkit::CEvent::kKindAcknowledgement || event.ack_status != 0) {
-    out << " ack=" << ackName(event.ack_status) << " variation=" << event.variation_level;
-  }
-  if (event.sequence_index != 0) out << " seq=" << event.sequence_index;
-  if (event.base_priority != 0) out << " priority=" << event.base_priority;
-  if (!event.message.empty()) out << " msg=" << quoted(event.message);
-  if (!event.note.empty()) out << " note=" << quoted(event.note);
-  if (!event.source.empty()) out << " by " << event.source;
-  out << "\n";
-}
-
 // Every field of an event, set or not, for programs.
 nlohmann::ordered_json eventJson(const toolkit::CEvent& event) {
   nlohmann::ordered_json value = nullptr;
@@ -200,7 +127,7 @@ int runEvents(Context& ctx, const ParsedArgs& args) {
     ctx.out << list.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
     return kExitOk;
   }
-  for (const auto& event : events) printEvent(ctx, event);
+  for (const auto& event : events) ctx.out << eventLine(event) << "\n";
   return kExitOk;
 }
 

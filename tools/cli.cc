@@ -3,7 +3,10 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
-#include <ostream>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <sstream>
 
 namespace cdstool {
 namespace {
@@ -140,6 +143,19 @@ std::string joinPath(const std::string& node, const std::string& name) {
 std::string baseName(const std::string& path) {
   size_t slash = path.rfind('/');
   return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::string readInput(const std::string& file) {
+  std::ostringstream text;
+  if (file == "-") {
+    text << std::cin.rdbuf();
+    return text.str();
+  }
+  std::ifstream in(file, std::ios::binary);
+  if (!in) throw OperationError(errorText(file, std::strerror(errno)));
+  text << in.rdbuf();
+  if (in.bad()) throw OperationError(errorText(file, "read error"));
+  return text.str();
 }
 
 }  // namespace cdstool

@@ -17,7 +17,7 @@ namespace cdstool {
 constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;   // the operation failed: missing node or leaf, refused write
 constexpr int kExitUsage = 2;    // bad arguments: unknown command or option, bad type or value
-constexpr int kExitNoStore = 3;  // the store could not be opened
+constexpr int kExitNoStore = 3;  // the store (or the log a command names) could not be opened
 
 // An option a command accepts: its spelling ("-l", "--max") and whether it takes a value.
 struct OptionDef {
@@ -55,6 +55,13 @@ class OperationError : public std::runtime_error {
   explicit OperationError(const std::string& what) : std::runtime_error(what) {}
 };
 
+// Thrown when the file a command works on (a log database) cannot be opened or created;
+// main prints the message, exit code 3.
+class NoStoreError : public std::runtime_error {
+ public:
+  explicit NoStoreError(const std::string& what) : std::runtime_error(what) {}
+};
+
 // What a command runs with: the open store, the writer's source text and the streams.
 struct Context {
   toolkit::CCds& cds;
@@ -72,6 +79,8 @@ struct Command {
   size_t min_args;
   size_t max_args;
   int (*run)(Context& ctx, const ParsedArgs& args);
+  // False for the commands on log files, which run without opening the store.
+  bool uses_store = true;
 };
 
 // Splits `args` into options and positional arguments under `command`'s option list.
@@ -83,6 +92,10 @@ ParsedArgs parseArgs(const Command& command, const std::vector<std::string>& arg
 
 // Parses a non-negative count option ("--max"); throws UsageError when it is not one.
 size_t parseCount(const std::string& option, const std::string& text);
+
+// The whole text of `file`, or of standard input for "-". Throws OperationError naming the
+// file when it cannot be read.
+std::string readInput(const std::string& file);
 
 // Writes "cds: SUBJECT: REASON" (or "cds: REASON" when the subject is empty).
 void reportError(std::ostream& err, const std::string& subject, const std::string& reason);

@@ -21,6 +21,9 @@ Command exportCommand();
 Command rightsCommand();
 Command eventsCommand();
 Command syslogCommand();
+// Event logs and the trend log: log_commands.cc.
+Command logCommand();
+Command trendCommand();
 // The demo gateway: demo.cc; its device handler: handler.cc.
 Command demoCommand();
 Command handlerCommand();

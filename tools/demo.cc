@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tools/commands.h"
+#include "tools/demo_history.h"
 
 namespace cdstool {
 namespace {
@@ -31,6 +32,7 @@ int runDemo(Context& ctx, const ParsedArgs& args) {
   }
   Document doc;
   buildDemo(doc);
+  if (args.has("--logs")) writeDemoHistory(args.value("--logs", "."), force);
   if (force) {
     for (const std::string& subtree : demoSubtrees()) {
       api_status_t status = API_STATUS_UNKNOWN;
@@ -42,6 +44,15 @@ int runDemo(Context& ctx, const ParsedArgs& args) {
   importDocument(ctx.cds, doc, ctx.source);
   ctx.out << "demo gateway built: " << doc.leaves.size() << " leaves, " << doc.rights.size()
           << " rights\n";
+  if (args.has("--logs")) {
+    ctx.out << "demo history written: ";
+    const char* separator = "";
+    for (const std::string& file : demoLogFiles(args.value("--logs", "."))) {
+      ctx.out << separator << file;
+      separator = ", ";
+    }
+    ctx.out << "\n";
+  }
   return kExitOk;
 }
 
@@ -49,13 +60,17 @@ int runDemo(Context& ctx, const ParsedArgs& args) {
 
 Command demoCommand() {
   return {"demo",
-          "[--force]",
+          "[--force] [--logs DIR]",
           "Builds the demo gateway (devices, points of every type, multistate and boolean\n"
           "points, alarm limits, the /Alarms table, command areas, the subscription\n"
           "publisher's records and the rights of the users guest, operator and admin) in\n"
           "one transaction; docs/demo.md lists it. Refuses a store that is not empty.\n"
-          "  --force  first remove what the demo creates, then build it again",
-          {{"--force", false}},
+          "  --force       first remove what the demo creates, then build it again\n"
+          "  --logs DIR    also write a week of history into DIR: the delta log deadband.db,\n"
+          "                the alarm/event log alarms.db, the system log system.db and the\n"
+          "                trend log interval-trends.db (wsgated -h, -a, -s, -t); existing\n"
+          "                files are refused unless --force, which replaces them",
+          {{"--force", false}, {"--logs", true}},
           0,
           0,
           runDemo};

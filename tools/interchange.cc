@@ -2,52 +2,17 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 
 #include "platform/vtx.h"
 #include "tools/cli.h"
 #include "tools/format.h"
+#include "tools/json_fields.h"
 
 namespace cdstool {
 namespace {
 
-using Json = nlohmann::json;
 // Keeps the keys of every written object in the documented order.
 using OrderedJson = nlohmann::ordered_json;
-
-// A fault in the document, already naming the item.
-class DocumentError : public std::runtime_error {
- public:
-  explicit DocumentError(const std::string& what) : std::runtime_error(what) {}
-};
-
-void checkKeys(const Json& object, const std::vector<std::string>& allowed,
-               const std::string& item) {
-  for (const auto& entry : object.items()) {
-    if (std::find(allowed.begin(), allowed.end(), entry.key()) == allowed.end()) {
-      throw DocumentError(item + ": unknown key \"" + entry.key() + "\"");
-    }
-  }
-}
-
-const Json& requireArray(const Json& doc, const char* key) {
-  static const Json kEmpty = Json::array();
-  auto it = doc.find(key);
-  if (it == doc.end()) return kEmpty;
-  if (!it->is_array()) throw DocumentError(std::string(key) + ": not an array");
-  return *it;
-}
-
-std::string stringField(const Json& object, const char* key, const std::string& item,
-                        bool required) {
-  auto it = object.find(key);
-  if (it == object.end()) {
-    if (required) throw DocumentError(item + ": missing \"" + key + "\"");
-    return "";
-  }
-  if (!it->is_string()) throw DocumentError(item + ": \"" + key + "\" is not a string");
-  return it->get<std::string>();
-}
 
 std::string pathField(const Json& object, const char* key, const std::string& item) {
   std::string path = stringField(object, key, item, true);
@@ -57,32 +22,13 @@ std::string pathField(const Json& object, const char* key, const std::string& it
   return path;
 }
 
-// The value's text; numbers and booleans are accepted as well as the strings that export
-// writes, so that hand-written documents can say "value": 1.5.
-std::string valueText(const Json& leaf, const std::string& item) {
-  auto it = leaf.find("value");
-  if (it == leaf.end()) throw DocumentError(item + ": missing \"value\"");
-  if (it->is_string()) return it->get<std::string>();
-  if (it->is_boolean()) return it->get<bool>() ? "true" : "false";
-  if (it->is_number()) return it->dump();
-  throw DocumentError(item + ": \"value\" is not a string, number or boolean");
-}
-
 toolkit::leaf_write_t parseLeaf(const Json& leaf, size_t index) {
   std::string item = "leaves[" + std::to_string(index) + "]";
-  if (!leaf.is_object()) throw DocumentError(item + ": not an object");
-  checkKeys(leaf, {"path", "type", "value", "storage", "time"}, item);
+  checkObject(leaf, {"path", "type", "value", "storage", "time"}, item);
   toolkit::leaf_write_t write;
   write.path = pathField(leaf, "path", item);
   item += " (" + write.path + ")";
-  std::string type_name = stringField(leaf, "type", item, true);
-  data_type_t type = pcd_human_str_to_enum(type_name.c_str());
-  if (type == DATA_TYPE_NONE) throw DocumentError(item + ": unknown type \"" + type_name + "\"");
-  std::string text = valueText(leaf, item);
-  write.value = toolkit::CElement(text);
-  if (write.value.convert_type(type) != 0) {
-    throw DocumentError(item + ": \"" + text + "\" is not a valid " + typeName(type));
-  }
+  write.value = typedValue(leaf, item);
   std::string storage = stringField(leaf, "storage", item, false);
   if (!storage.empty() && !parseStorageName(storage, write.storage)) {
     throw DocumentError(item + ": unknown storage \"" + storage + "\"");
@@ -97,8 +43,7 @@ toolkit::leaf_write_t parseLeaf(const Json& leaf, size_t index) {
 
 toolkit::right_rule_t parseRule(const Json& rule, size_t index) {
   std::string item = "rights[" + std::to_string(index) + "]";
-  if (!rule.is_object()) throw DocumentError(item + ": not an object");
-  checkKeys(rule, {"user", "prefix", "rights"}, item);
+  checkObject(rule, {"user", "prefix", "rights"}, item);
   toolkit::right_rule_t parsed;
   parsed.user = stringField(rule, "user", item, true);
   parsed.prefix = pathField(rule, "prefix", item);
@@ -107,17 +52,6 @@ toolkit::right_rule_t parseRule(const Json& rule, size_t index) {
     throw DocumentError(item + ": \"" + parsed.rights + "\" is not a set of the letters rwdx");
   }
   return parsed;
-}
-
-Json parseJson(const std::string& text) {
-  try {
-    return Json::parse(text);
-  } catch (const Json::parse_error& e) {
-    // The library's text begins with its own tag in brackets; the rest says where.
-    std::string what = e.what();
-    size_t tag_end = what.find("] ");
-    throw DocumentError(tag_end == std::string::npos ? what : what.substr(tag_end + 2));
-  }
 }
 
 // True when `prefix` is `node` or lies below it, component by component.
@@ -143,8 +77,8 @@ bool parseDocument(const std::string& json_text, Document& doc, std::string& err
   try {
     Json root = parseJson(json_text);
     if (!root.is_object()) throw DocumentError("the document is not a JSON object");
-    checkKeys(root, {"nodes", "leaves", "rights"}, "document");
-    const Json& nodes = requireArray(root, "nodes");
+    checkObject(root, {"nodes", "leaves", "rights"}, "document");
+    const Json& nodes = arrayField(root, "nodes", "document");
     for (size_t i = 0; i < nodes.size(); ++i) {
       std::string item = "nodes[" + std::to_string(i) + "]";
       if (!nodes[i].is_string()) throw DocumentError(item + ": not a string");
@@ -154,9 +88,9 @@ bool parseDocument(const std::string& json_text, Document& doc, std::string& err
       }
       doc.nodes.push_back(path);
     }
-    const Json& leaves = requireArray(root, "leaves");
+    const Json& leaves = arrayField(root, "leaves", "document");
     for (size_t i = 0; i < leaves.size(); ++i) doc.leaves.push_back(parseLeaf(leaves[i], i));
-    const Json& rights = requireArray(root, "rights");
+    const Json& rights = arrayField(root, "rights", "document");
     for (size_t i = 0; i < rights.size(); ++i) doc.rights.push_back(parseRule(rights[i], i));
     return true;
   } catch (const DocumentError& e) {

@@ -22,9 +22,10 @@ namespace {
 
 const std::vector<Command>& commandTable() {
   static const std::vector<Command> kCommands = {
-      getCommand(),    setCommand(),    lsCommand(),      treeCommand(),   mkdirCommand(),
-      rmCommand(),     importCommand(), exportCommand(),  rightsCommand(), eventsCommand(),
-      syslogCommand(), demoCommand(),   handlerCommand(),
+      getCommand(),    setCommand(),    lsCommand(),     treeCommand(),
+      mkdirCommand(),  rmCommand(),     importCommand(), exportCommand(),
+      rightsCommand(), eventsCommand(), syslogCommand(), logCommand(),
+      trendCommand(),  demoCommand(),   handlerCommand(),
   };
   return kCommands;
 }
@@ -38,7 +39,7 @@ const Command* findCommand(const std::string& name) {
 
 void printToolHelp(std::ostream& out) {
   out << "Usage: cds [--db FILE] COMMAND ARGS...\n"
-         "The command-line tool for the gateway's Data store.\n\n"
+         "The command-line tool for the gateway's Data store and history logs.\n\n"
          "Commands:\n";
   for (const Command& command : commandTable()) {
     out << "  " << command.name << " " << command.synopsis << "\n";
@@ -49,10 +50,10 @@ void printToolHelp(std::ostream& out) {
          "Writes carry the source text \"cds:USER@local\" (USER from the environment).\n\n"
          "Exit status:\n"
          "  0  success\n"
-         "  1  the operation failed (missing node or leaf, refused write)\n"
+         "  1  the operation failed (missing node or leaf, refused write, wrong document)\n"
          "  2  usage error (unknown command or option, wrong arguments, a value that does\n"
          "     not read as its type)\n"
-         "  3  the store could not be opened\n";
+         "  3  the store (or the log DB of `log` and `trend`) could not be opened\n";
 }
 
 void printCommandHelp(std::ostream& out, const Command& command) {
@@ -93,8 +94,8 @@ std::string storeName(const std::string& db) {
 
 int runCommand(const Command& command, const ParsedArgs& args, const std::string& db) {
   if (!db.empty()) setenv("CDS_PATH", db.c_str(), 1);
-  pcd_handle_t handle = pcd_init(0);
-  if (handle == nullptr) {
+  pcd_handle_t handle = command.uses_store ? pcd_init(0) : nullptr;
+  if (command.uses_store && handle == nullptr) {
     // The platform's text names the file and the reason.
     std::string reason = pcd_last_error();
     std::cerr << (reason.empty() ? errorText(storeName(db), "cannot open the store")
@@ -112,10 +113,13 @@ int runCommand(const Command& command, const ParsedArgs& args, const std::string
         usageError(std::string(" ") + command.name, e.what(), e.show_usage() ? &command : nullptr);
   } catch (const OperationError& e) {
     std::cerr << e.what() << "\n";
+  } catch (const NoStoreError& e) {
+    std::cerr << e.what() << "\n";
+    exit_code = kExitNoStore;
   } catch (const std::exception& e) {
     std::cerr << errorText(command.name, e.what()) << "\n";
   }
-  pcd_close(handle);
+  if (handle != nullptr) pcd_close(handle);
   std::cout.flush();
   if (!std::cout && exit_code == kExitOk) {
     std::cerr << "cds: cannot write the output\n";

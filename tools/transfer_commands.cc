@@ -2,8 +2,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <iostream>
-#include <sstream>
 #include <string>
 
 #include "tools/commands.h"
@@ -11,19 +9,6 @@
 
 namespace cdstool {
 namespace {
-
-std::string readInput(const std::string& file) {
-  std::ostringstream text;
-  if (file == "-") {
-    text << std::cin.rdbuf();
-    return text.str();
-  }
-  std::ifstream in(file, std::ios::binary);
-  if (!in) throw OperationError(errorText(file, std::strerror(errno)));
-  text << in.rdbuf();
-  if (in.bad()) throw OperationError(errorText(file, "read error"));
-  return text.str();
-}
 
 void writeOutput(Context& ctx, const std::string& file, const std::string& text) {
   if (file == "-") {

@@ -97,20 +97,6 @@ std::string describe(sqlite3* db, int rc, const std::string& path, int timeout_m
   }
 }
 
-bool queryInt(sqlite3* db, const char* sql, int64_t& out, int& rc) {
-  sqlite3_stmt* stmt = nullptr;
-  rc = sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr);
-  if (rc == SQLITE_OK) {
-    rc = sqlite3_step(stmt);
-    if (rc == SQLITE_ROW) {
-      out = sqlite3_column_int64(stmt, 0);
-      rc = SQLITE_OK;
-    }
-  }
-  sqlite3_finalize(stmt);
-  return rc == SQLITE_OK;
-}
-
 bool queryText(sqlite3* db, const char* sql, std::string& out, int& rc) {
   sqlite3_stmt* stmt = nullptr;
   rc = sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr);
@@ -134,9 +120,9 @@ struct FileState {
 };
 
 bool readState(sqlite3* db, FileState& state, int& rc) {
-  return queryInt(db, "PRAGMA application_id", state.application_id, rc) &&
-         queryInt(db, "PRAGMA user_version", state.version, rc) &&
-         queryInt(db, "SELECT count(*) FROM sqlite_schema", state.objects, rc);
+  return store::query_int(db, "PRAGMA application_id", state.application_id, rc) &&
+         store::query_int(db, "PRAGMA user_version", state.version, rc) &&
+         store::query_int(db, "SELECT count(*) FROM sqlite_schema", state.objects, rc);
 }
 
 bool checkState(const FileState& state, const std::string& path, std::string& error) {

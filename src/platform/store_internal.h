@@ -113,9 +113,16 @@ pcd_connection* begin_call(pcd_handle_t handle);
 // True when `c` was opened by this process; otherwise says so on stderr (once per
 // connection) and returns false.
 bool ownedHere(pcd_connection* c);
+// The same rule for any SQLite connection of the platform (the store, the event logs, the
+// trend log): true when `owner` is this process; otherwise tells stderr, once for the
+// connection `key`, that the `what` at `path` was refused, and returns false.
+bool ownedByThisProcess(const void* key, pid_t owner, const char* what, const std::string& path);
 sqlite3_stmt* prepare(pcd_connection* c, const char* sql);
 // Runs a statement without parameters or rows ("COMMIT"); true when it worked.
 bool execute(pcd_connection* c, const char* sql);
+// Runs a one-off query whose first row's first column is an integer (a PRAGMA while a file
+// is opened); false with the SQLite result code in `rc` when it fails.
+bool query_int(sqlite3* db, const char* sql, int64_t& out, int& rc);
 
 // A transaction around one multi-item call: BEGIN IMMEDIATE for writes (the write lock is
 // taken at once, so the busy time-out applies there and never half-way through), plain

@@ -38,20 +38,24 @@ void StatementCache::clear() {
   statements_.clear();
 }
 
-bool ownedHere(pcd_connection* c) {
-  if (c->owner == getpid()) return true;
+bool ownedByThisProcess(const void* key, pid_t owner, const char* what, const std::string& path) {
+  if (owner == getpid()) return true;
   // SQLite's locks and shared memory belong to the process that opened the file: a child
   // that went on using its parent's connection would read and write a private copy of the
-  // store's state, and neither process would see what the other wrote.
-  static std::vector<const pcd_connection*> told;
-  if (std::find(told.begin(), told.end(), c) == told.end()) {
-    told.push_back(c);
+  // database's state, and neither process would see what the other wrote.
+  static std::vector<const void*> told;
+  if (std::find(told.begin(), told.end(), key) == told.end()) {
+    told.push_back(key);
     fprintf(stderr,
-            "Data store %s: connection opened by process %ld refused in process %ld; open the "
-            "store after fork()\n",
-            c->path.c_str(), static_cast<long>(c->owner), static_cast<long>(getpid()));
+            "%s %s: connection opened by process %ld refused in process %ld; open it after "
+            "fork()\n",
+            what, path.c_str(), static_cast<long>(owner), static_cast<long>(getpid()));
   }
   return false;
+}
+
+bool ownedHere(pcd_connection* c) {
+  return ownedByThisProcess(c, c->owner, "Data store", c->path);
 }
 
 pcd_connection* begin_call(pcd_handle_t handle) {
@@ -74,6 +78,20 @@ sqlite3_stmt* prepare(pcd_connection* c, const char* sql) {
 bool execute(pcd_connection* c, const char* sql) {
   Stmt statement(prepare(c, sql));
   return statement.ok() && statement.step() == SQLITE_DONE;
+}
+
+bool query_int(sqlite3* db, const char* sql, int64_t& out, int& rc) {
+  sqlite3_stmt* stmt = nullptr;
+  rc = sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr);
+  if (rc == SQLITE_OK) {
+    rc = sqlite3_step(stmt);
+    if (rc == SQLITE_ROW) {
+      out = sqlite3_column_int64(stmt, 0);
+      rc = SQLITE_OK;
+    }
+  }
+  sqlite3_finalize(stmt);
+  return rc == SQLITE_OK;
 }
 
 Transaction::Transaction(pcd_connection* c, bool write) : c_(c) {

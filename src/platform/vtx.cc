@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <ctime>
@@ -10,13 +11,16 @@
 namespace {
 
 constexpr int64_t kMillisPerSecond = 1000;
+constexpr int64_t kMicrosPerMilli = 1000;
+constexpr int64_t kMicrosPerSecond = 1000000;
 
 // The in-process test clock. A plain global is enough: the gateway's processes are
 // single-threaded and only tests set it.
+// Both clocks are kept in microseconds, so that short sleeps add up.
 struct TestClock {
   bool active = false;
-  vtx_time64_t utc = 0;
-  uint32_t mono = 0;
+  int64_t utc_us = 0;
+  int64_t mono_us = 0;
 };
 TestClock g_test_clock;
 
@@ -60,7 +64,7 @@ bool localTime(vtx_time64_t utc, struct tm& out) {
 uint32_t vtx_GetMonoTime(uint32_t* out) {
   int64_t seconds;
   if (g_test_clock.active) {
-    seconds = g_test_clock.mono;
+    seconds = g_test_clock.mono_us / kMicrosPerSecond;
   } else {
     timespec ts{};
     clock_gettime(CLOCK_MONOTONIC, &ts);
@@ -75,7 +79,8 @@ uint32_t vtx_GetMonoTime(uint32_t* out) {
 }
 
 vtx_time64_t vtx_UTCtime64(void) {
-  vtx_time64_t base = g_test_clock.active ? g_test_clock.utc : realUtcMillis();
+  vtx_time64_t base =
+      g_test_clock.active ? floorDiv(g_test_clock.utc_us, kMicrosPerMilli) : realUtcMillis();
   return base + fileOffsetMillis();
 }
 
@@ -122,10 +127,24 @@ vtx_time64_t vtx_UNIXtoVTXtime64(const struct timeval* tv) {
   return int64_t{tv->tv_sec} * kMillisPerSecond + floorDiv(tv->tv_usec, 1000);
 }
 
+void vtx_Sleep(uint32_t microseconds) {
+  if (g_test_clock.active) {
+    g_test_clock.utc_us += microseconds;
+    g_test_clock.mono_us += microseconds;
+    return;
+  }
+  timespec left{static_cast<time_t>(microseconds / kMicrosPerSecond),
+                static_cast<long>(microseconds % kMicrosPerSecond) * 1000};
+  // A signal (the termination signal of the daemon) cuts the wait short; the rest is waited
+  // too, so a retry never comes early.
+  while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+  }
+}
+
 void vtx_SetTestClock(vtx_time64_t utc, uint32_t mono) {
   g_test_clock.active = true;
-  g_test_clock.utc = utc;
-  g_test_clock.mono = mono;
+  g_test_clock.utc_us = utc * kMicrosPerMilli;
+  g_test_clock.mono_us = int64_t{mono} * kMicrosPerSecond;
 }
 
 void vtx_ClearTestClock(void) {

@@ -42,6 +42,11 @@ void vtx_VTXtoUNIXtime(const vtx_time_t* in, struct timeval* out);
 struct timeval vtx_VTXtoUNIXtime64(vtx_time64_t t);
 vtx_time64_t vtx_UNIXtoVTXtime64(const struct timeval* tv);
 
+// Waits `microseconds`. While the in-process test clock is set, both of its clocks move
+// forward by that much instead and the call returns at once, so that a test of a retry loop
+// never waits; the clock file of WSGATE_TEST_CLOCK does not change the wait.
+void vtx_Sleep(uint32_t microseconds);
+
 // Test hook: from now on this process reads `utc` as the UTC time and `mono` as the
 // monotonic time, until the hook is changed or cleared. Never used by production code.
 void vtx_SetTestClock(vtx_time64_t utc, uint32_t mono);

@@ -13,7 +13,7 @@ CDS = os.path.join(BIN_DIR, "cds")
 
 TYPES = ["Boolean", "Integer", "Unsigned", "Real", "Integer64", "String", "Unsigned64", "timeval"]
 COMMANDS = ["get", "set", "ls", "tree", "mkdir", "rm", "import", "export", "rights", "events",
-            "syslog", "demo"]
+            "syslog", "log", "trend", "demo"]
 
 
 class CdsTestCase(unittest.TestCase):
@@ -135,7 +135,7 @@ class UsageTest(CdsTestCase):
         text = self.ok("--help")
         for command in COMMANDS:
             self.assertRegex(text, r"(?m)^  %s\b" % command)
-        self.assertIn("3  the store could not be opened", text)
+        self.assertIn("3  the store (or the log DB of `log` and `trend`) could not be opened", text)
         for command in COMMANDS:
             with self.subTest(command=command):
                 self.assertTrue(self.ok(command, "--help").startswith("Usage: cds " + command))
@@ -146,6 +146,8 @@ class UsageTest(CdsTestCase):
         for args in [(), ("frobnicate",), ("get",), ("set", "/A", "Real", "1", "2"),
                      ("get", "-x", "/A"), ("events", "--max"), ("events", "--max", "many"),
                      ("rights", "grant", "u", "/", "rq"), ("rights", "frob"), ("--db",),
+                     ("log", "import", "x.db"), ("log", "frob", "x.db"), ("trend", "show"),
+                     ("trend", "show", "x.db", "--max", "3"),
                      ("--bogus", "get", "/A")]:
             with self.subTest(args=args):
                 result = self.cds(*args)
@@ -356,6 +358,163 @@ class DemoTest(CdsTestCase):
         self.assertEqual(after["nodes"], sorted(before["nodes"] + ["/Other"]))
         self.assertEqual([(l["path"], l["value"]) for l in after["leaves"]],
                          [(l["path"], l["value"]) for l in before["leaves"]])
+
+
+# The examples of the two import formats (docs/cds.md).
+LOG_EXAMPLE = {"records": [
+    {"time": 1700000000000, "kind": 1, "source_path": "/AHU1/Temp/Value", "type": "Real",
+     "value": "21.5", "quality": 192},
+    {"time": 1700000001000, "usec": 250, "kind": 8, "source_path": "/AHU1/Temp/Value",
+     "type": "Real", "value": 95, "quality": 192, "message": "High temperature",
+     "event_id": 7, "sequence_index": 1, "base_priority": 3, "condition_present": True}]}
+TREND_EXAMPLE = {"periods": [{"period": 1, "max-entries": 96}], "devices": [{
+    "path": "/AHU1",
+    "params": [{"path": "/AHU1/Temp"}, {"path": "/AHU1/PF", "type": "SAMPLE-TYPE-PF"}],
+    "snapshots": [{"period": 1, "timestamp": 1700000000000, "percent-valid": 87.5,
+                   "data": [{"min": 20.5, "max": 22, "avg": 21.25, "actual": 21.5, "count": 12},
+                            {"min": None, "max": 0.98, "avg": 0.95, "actual": 0.97,
+                             "count": 12}]}]}]}
+
+
+class LogToolTest(CdsTestCase):
+    """`cds log` and `cds trend` on log files; they never touch the store."""
+
+    def setUp(self):
+        super().setUp()
+        self.log = os.path.join(self.dir, "events.db")
+        self.trends = os.path.join(self.dir, "trends.db")
+
+    def load(self, command, db, doc, code=0):
+        """Imports `doc` from a file; returns stdout, or the error line for a failure."""
+        path = os.path.join(self.dir, "f.json")
+        with open(path, "w") as f:
+            f.write(doc if isinstance(doc, str) else json.dumps(doc))
+        if code:
+            return self.fails(code, command, "import", db, "f.json")
+        return self.ok(command, "import", db, "f.json")
+
+    def test_log_import_appends_and_show_prints_the_newest(self):
+        self.assertEqual(self.load("log", self.log, LOG_EXAMPLE), "appended 2 records to %s\n" % self.log)
+        self.ok("log", "import", self.log, "-", stdin=json.dumps({"records": [
+            {"time": 1700000000000, "kind": 256, "level_quality": 3, "source_path": "/"}]}))
+        self.assertEqual(self.ok("log", "show", self.log).splitlines(), [
+            "2023-11-14T22:13:20.000Z delta #0 /AHU1/Temp/Value value=21.5 quality=192",
+            "2023-11-14T22:13:20.000Z system #0 / level=3",
+            "2023-11-14T22:13:21.000250Z alarm #7 /AHU1/Temp/Value value=95 quality=192 present "
+            'seq=1 priority=3 msg="High temperature"'])
+        self.assertEqual(len(self.ok("log", "show", self.log, "--max", "1").splitlines()), 1)
+        self.assertFalse(os.path.exists(self.db), "the log commands never open the store")
+
+    def test_a_wrong_log_document_writes_nothing_and_names_the_item(self):
+        self.load("log", self.log, LOG_EXAMPLE)
+        before = self.ok("log", "show", self.log)
+        good = {"time": 1}
+        for record, message in [
+                ({"time": 1, "kidn": 3}, 'unknown key "kidn"'),
+                ({"kind": 1}, 'missing "time"'),
+                ({"time": 1.5}, '"time" is not an integer'),
+                ({"time": 1, "usec": 1000}, '"usec" is out of range (0..999)'),
+                ({"time": 1, "kind": 2147483648}, '"kind" is out of range'),
+                ({"time": 1, "type": "Real"}, '"type" and "value" go together'),
+                ({"time": 1, "type": "Real", "value": "abc"}, '"abc" is not a valid Real'),
+                ({"time": 1, "type": "Reel", "value": 1}, 'unknown type "Reel"'),
+                ({"time": 1, "quality": 192, "level_quality": 1}, "exclude each other"),
+                ({"time": 1, "quality": 65536}, '"quality" is out of range'),
+                ({"time": 1, "ack_status": 3}, '"ack_status" is out of range (0..2)'),
+                ({"time": 1, "event_id": -1}, '"event_id" is out of range'),
+                ({"time": 1, "condition_present": 1}, '"condition_present" is not a boolean'),
+                ({"time": 1, "message": 5}, '"message" is not a string')]:
+            with self.subTest(record=record):
+                line = self.load("log", self.log, {"records": [good, good, record]}, code=1)
+                self.assertEqual(line, "cds: f.json: records[2]: " + line.split(": ", 3)[3])
+                self.assertIn(message, line)
+        self.assertIn('missing "records"', self.load("log", self.log, {}, code=1))
+        self.assertIn("cds: stdin: ", self.fails(1, "log", "import", self.log, "-", stdin="[1,"))
+        self.assertEqual(self.ok("log", "show", self.log), before)
+        self.load("log", os.path.join(self.dir, "new.db"), {"records": [{"kidn": 1}]}, code=1)
+        self.assertFalse(os.path.exists(os.path.join(self.dir, "new.db")))
+
+    def test_trend_import_replaces_the_log_and_show_prints_it(self):
+        self.load("trend", self.trends, {"periods": [{"period": 9, "max-entries": 1}], "devices": []})
+        self.assertEqual(self.load("trend", self.trends, TREND_EXAMPLE),
+                         "wrote 1 periods, 1 devices, 1 snapshots to %s\n" % self.trends)
+        self.assertEqual(self.ok("trend", "show", self.trends).splitlines(), [
+            "periods:",
+            "  1  max-entries 96",
+            "device /AHU1: 2 params, 1 snapshots",
+            "  param /AHU1/Temp  SAMPLE-TYPE-NORMAL min max avg actual",
+            "  param /AHU1/PF  SAMPLE-TYPE-PF min max avg actual",
+            "  2023-11-14T22:13:20.000Z  period 1  valid 87.5%",
+            "    /AHU1/Temp  min 20.5  max 22  avg 21.25  actual 21.5  count 12",
+            "    /AHU1/PF  min -  max 0.98  avg 0.95  actual 0.97  count 12"])
+
+    def test_a_wrong_trend_document_writes_nothing_and_names_the_item(self):
+        self.load("trend", self.trends, TREND_EXAMPLE)
+        before = self.ok("trend", "show", self.trends)
+
+        def changed(change):
+            doc = json.loads(json.dumps(TREND_EXAMPLE))
+            change(doc)
+            return doc
+        device = lambda d: d["devices"][0]
+        snapshot = lambda d: device(d)["snapshots"][0]
+        for change, message in [
+                (lambda d: d.pop("devices"), 'document: missing "devices"'),
+                (lambda d: d["periods"].append({"period": 1, "max-entries": 5}),
+                 "periods[1]: period 1 repeats"),
+                (lambda d: d["periods"][0].update({"max-entries": -1}), '"max-entries" is out of range'),
+                (lambda d: d["devices"].append({"path": "/AHU1"}), 'devices[1]: the path "/AHU1" repeats'),
+                (lambda d: device(d)["params"][1].update({"path": "/AHU1/Temp"}),
+                 'devices[0].params[1]: the path "/AHU1/Temp" repeats'),
+                (lambda d: device(d)["params"][0].update({"type": "PF"}), 'unknown sample type "PF"'),
+                (lambda d: device(d)["params"][0].update({"hasMin": "yes"}), '"hasMin" is not a boolean'),
+                (lambda d: snapshot(d).update({"period": 2}),
+                 'devices[0].snapshots[0]: period 2 is not one of "periods"'),
+                (lambda d: snapshot(d).update({"timestamp": 1700000000500}), "not a whole second"),
+                (lambda d: snapshot(d).pop("percent-valid"), 'missing "percent-valid"'),
+                (lambda d: snapshot(d)["data"].pop(), '"data" holds 1 samples for 2 params'),
+                (lambda d: snapshot(d)["data"][1].update({"avg": "x"}),
+                 'devices[0].snapshots[0].data[1]: "avg" is not a number or null'),
+                (lambda d: device(d)["snapshots"].append(dict(snapshot(d))),
+                 "devices[0].snapshots[1]: a second snapshot of period 1 at this timestamp")]:
+            with self.subTest(message=message):
+                line = self.load("trend", self.trends, changed(change), code=1)
+                self.assertTrue(line.startswith("cds: f.json: "), line)
+                self.assertIn(message, line)
+        self.assertEqual(self.ok("trend", "show", self.trends), before)
+
+    def test_files_that_cannot_be_opened_exit_3(self):
+        missing_dir = os.path.join(self.dir, "no", "x.db")
+        self.assertIn(missing_dir, self.load("log", missing_dir, LOG_EXAMPLE, code=3))
+        self.assertIn(missing_dir, self.load("trend", missing_dir, TREND_EXAMPLE, code=3))
+        self.fails(3, "log", "show", os.path.join(self.dir, "none.db"))
+        self.fails(3, "trend", "show", os.path.join(self.dir, "none.db"))
+        self.ok("mkdir", "/A")  # the store: an SQLite file of another kind
+        self.assertIn("is not an event log", self.load("log", self.db, LOG_EXAMPLE, code=3))
+        self.load("log", self.log, LOG_EXAMPLE)
+        self.assertIn("is not a trend log", self.fails(3, "trend", "show", self.log))
+
+    def test_demo_writes_its_history_and_replaces_it_only_with_force(self):
+        logs = os.path.join(self.dir, "logs")
+        os.mkdir(logs)
+        self.assertIn("demo history written", self.ok("demo", "--logs", logs))
+        names = ["alarms.db", "deadband.db", "interval-trends.db", "system.db"]
+        self.assertEqual(sorted(os.listdir(logs)), names)
+        deltas = self.ok("log", "show", os.path.join(logs, "deadband.db"), "--max", "100000")
+        self.assertIn("/Software/", deltas)
+        with open(os.path.join(SOURCE_DIR, "docs", "demo.md"), encoding="utf-8") as doc:
+            text = doc.read()
+        for name, pattern in [("deadband.db", r"Delta log, (\d+) records"),
+                              ("alarms.db", r"Alarm/event log, (\d+) records"),
+                              ("system.db", r"System log, (\d+) level-coded records")]:
+            with self.subTest(log=name):
+                shown = self.ok("log", "show", os.path.join(logs, name), "--max", "100000")
+                self.assertEqual(len(shown.splitlines()), int(re.search(pattern, text).group(1)))
+        empty_store = dict(self.env, CDS_PATH=os.path.join(self.dir, "other.db"))
+        self.assertIn("exists (use --force", self.fails(1, "demo", "--logs", logs, env=empty_store))
+        self.ok("demo", "--force", "--logs", logs)
+        self.assertEqual(self.ok("log", "show", os.path.join(logs, "deadband.db"), "--max", "100000"),
+                         deltas, "replaced, not appended")
 
 
 class StoreOpenTest(CdsTestCase):

@@ -317,7 +317,35 @@ def large_rows():
         # once, half a megabyte that stays.
         ("getActiveAlarms with a malformed regular expression", None,
          with_field(seed("getActiveAlarms")[1], "path", b"([a-"), answered),
+        # The demo's whole history: the trend log's reader stays open from here on.
+        ("the whole delta log", None, with_fields(seed("getDeltaLog")[1], startTime=b"0",
+                                                   nMaxToReturn=b"0", path=b""), answered),
+        ("a week of trend snapshots", None,
+         with_fields(seed("getTrendData")[1], startTime=b"0", nMaxToReturn=b"0"), answered),
     ]
+
+
+def log_rows():
+    """Log and trend requests at the ends of every range they take."""
+    ends = dict(startTime=b"-9223372036854775808", endTime=b"9223372036854775807",
+                nMaxToReturn=b"-2147483648")
+    return [
+        ("getDeltaLog over all of time", None, with_fields(seed("getDeltaLog")[1], **ends),
+         answered),
+        ("getEventLog over all of time, trimmed", None,
+         with_fields(seed("getEventLog")[1], bTrimIncomplete=b"true", **ends), answered),
+        ("getTrendData over all of time, offset past everything", None,
+         with_fields(seed("getTrendData")[1], startingOffset=b"4294967295", **ends), answered),
+        ("getTrendData for 100,000 periods", None, re.sub(
+            rb"<periods>.*</periods>", b"<periods>" + b"<period>1</period>" * 100000
+            + b"</periods>", seed("getTrendData")[1]), answered),
+    ]
+
+
+def with_fields(data, **texts):
+    for field, text in texts.items():
+        data = with_field(data, field, text)
+    return data
 
 
 def regex_request():
@@ -366,7 +394,7 @@ def field_rows():
     return rows
 
 
-TABLE = malformed_rows() + nul_rows() + limit_rows() + number_rows() + field_rows()
+TABLE = malformed_rows() + nul_rows() + limit_rows() + log_rows() + number_rows() + field_rows()
 
 
 def store_without_daemon_records(gw):

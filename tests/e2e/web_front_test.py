@@ -85,6 +85,23 @@ def read(path, options=""):
     return {"options": options, "path": path}
 
 
+def listing(field, items, result="", **fields):
+    """A check of a log or trend answer: its result, the number of items of its list `field`,
+    and other plain fields."""
+    def check(test, user, answer):
+        test.assertEqual(answer["result"], [result])
+        test.assertEqual(len(answer[field]), items, answer[field][:3])
+        for name, text in fields.items():
+            test.assertEqual(answer[name], [text])
+    return check
+
+
+# Log requests on the demo's history (docs/demo.md): from 2023-11-14T21:00:00Z.
+LOG_REQUEST = {"options": "", "rqstType": "LgRqTypAlarmEvents", "startTime": "1699995600000",
+               "endTime": "0", "nMaxToReturn": "5", "bLatestEvents": "false",
+               "bReverseOrder": "false", "bTrimIncomplete": "false", "path": ""}
+
+
 def check_device_tree(test, user, answer):
     stamp = test.gw.get("/AHU1/sDevChangeCount/Value.Time")
     test.assertEqual(answer, {"result": [""], "descriptors": [
@@ -203,6 +220,23 @@ CALLS = [
     Call("nsc3", "getDeviceCmdResult", {"options": "", "devPath": "/AHU1", "cmdHandle": "0"},
          {"result": [""], "cmdHandle": ["0"], "numericStatus": ["cmdSuccess"], "cmdStatus": ["Done"],
           "cmdResults": ["1", "self test: passed"]}),
+    # Five records: 21:00 voltage, current, power, 21:10 supply temperature, 21:30 voltage,
+    # whose poll group of three was cut and goes.
+    Call("nsqv", "getDeltaLog", {"request": dict(LOG_REQUEST, bTrimIncomplete="true")},
+         check=listing("loggedValues", 4, numTrimmedPoints="3")),
+    # The two alarms of /Meter1 raised at the demo's alarm time.
+    Call("nsqv", "getEventLog",
+         {"request": dict(LOG_REQUEST, startTime="1700000000000", path="/Meter1")},
+         check=listing("events", 2, numTrimmedEvents="0")),
+    Call("nsqv", "getTrendPeriods", {"options": ""}, check=listing("periodProperties", 2, "OK")),
+    Call("nsqv", "getDeviceTrendParams", {"options": "", "devicePath": "/AHU1"},
+         check=listing("deviceParams", 2, "OK")),
+    Call("nsqv", "getTrendData",
+         {"request": {"options": "", "devicePath": "/Meter1",
+                      "pointPaths": {"string": ["/Meter1/Voltage", "/Meter1/Energy"]},
+                      "periods": {"period": ["2"]}, "startTime": "1699995600000", "endTime": "0",
+                      "nMaxToReturn": "2", "startingOffset": "0", "ascendingOrder": "true"}},
+         check=lambda t, u, a: t.assertEqual((a["result"], "data" in a), (["OK"], True))),
 ]
 
 

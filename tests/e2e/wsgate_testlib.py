@@ -196,7 +196,8 @@ DETACHED = os.environ.get("WSGATE_E2E_DETACHED") == "1"
 
 
 class Gateway:
-    """A temporary store and log directory, the `cds` tool on it and the daemon serving it.
+    """A temporary store and logs (with the demo: the demo's history), the `cds` tool on
+    them and the daemon serving them.
 
     The daemon runs in the foreground (-d) as our child, or, with `detached` (default: the
     WSGATE_E2E_DETACHED run), detached as in production: then its standard error is
@@ -223,8 +224,12 @@ class Gateway:
             for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS"):
                 options = self.env.get(name, "")
                 self.env[name] = (options + ":" if options else "") + "log_path=" + self.sanitizer_log
+        # The daemon's four log databases (-h, -a, -s, -t); the demo writes its history there.
+        self.logs = {option: os.path.join(self.dir, name) for option, name in
+                     (("-h", "deadband.db"), ("-a", "alarms.db"), ("-s", "system.db"),
+                      ("-t", "interval-trends.db"))}
         if demo:
-            self.cds("demo")
+            self.cds("demo", "--logs", self.dir)
 
     def cds(self, *args, check=True, input=None):
         """Runs the cds tool on this gateway's store; returns the CompletedProcess."""
@@ -239,7 +244,9 @@ class Gateway:
         return self.cds("get", path).stdout.rstrip("\n")
 
     def start(self, *args):
-        """Starts the daemon in the directory and waits until it accepts connections."""
+        """Starts the daemon in the directory, with this gateway's logs (`args` may name
+        others: a later option wins), and waits until it accepts connections."""
+        args = [arg for option, path in self.logs.items() for arg in (option, path)] + list(args)
         if self.detached:
             result = subprocess.run(self.launcher + [binary("wsgated")] + list(args),
                                     cwd=self.dir, env=self.env, capture_output=True, timeout=30)

@@ -6,12 +6,17 @@
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "main/server_state.h"
 #include "platform/cds.h"
+#include "platform/log.h"
+#include "platform/vtx.h"
 #include "main/serve.h"
 #include "soapH.h"
 #include "tools/demo.h"
+#include "tools/demo_history.h"
 #include "tools/interchange.h"
 
 namespace wsgate_fuzz {
@@ -80,11 +85,16 @@ RequestHarness::RequestHarness() : dir_(makeTempDir()) {
   server_ = std::make_unique<Server>();
   server_->cds.set_handle(pcd_init(0));
   if (!server_->cds.connected()) throw std::runtime_error("store: cannot reopen " + store_path_);
-  // The log databases live in the temporary directory, never in the current one.
-  server_->logs.delta_log_path = dir_ + "/deadband.db";
-  server_->logs.event_log_path = dir_ + "/alarms.db";
-  server_->logs.system_log_path = dir_ + "/system.db";
-  server_->logs.trend_log_path = dir_ + "/interval-trends.db";
+  // The log databases hold the demo's history in the temporary directory, never in the
+  // current one.
+  cdstool::writeDemoHistory(dir_, false);
+  const std::vector<std::string> logs = cdstool::demoLogFiles(dir_);
+  server_->logs.delta_log_path = logs[0];
+  server_->logs.event_log_path = logs[1];
+  server_->logs.system_log_path = logs[2];
+  server_->logs.trend_log_path = logs[3];
+  // The retries of log reads then wait on the test clock, not for real.
+  vtx_SetTestClock(1700000000000, 1000);
 
   soap_ = soap_new();
   soap_->user = static_cast<ServiceContext*>(server_.get());
@@ -96,6 +106,7 @@ RequestHarness::RequestHarness() : dir_(makeTempDir()) {
 
 RequestHarness::~RequestHarness() {
   g_active = nullptr;
+  vtx_ClearTestClock();
   soap_destroy(soap_);
   soap_end(soap_);
   soap_free(soap_);
@@ -119,11 +130,15 @@ std::string RequestHarness::serve(const uint8_t* data, size_t size) {
   if (user != nullptr) setenv("REMOTE_USER", user, 1);
   setenv("REMOTE_ADDR", "127.0.0.1", 1);
   pcd_handle_t store = server_->cds.handle();
-  if (selector & 0x80) pcd_inject_failure(store, (selector & 0x7f) >> 2, 1);
+  if (selector & 0x80) {
+    pcd_inject_failure(store, (selector & 0x7f) >> 2, 1);
+    pcd_log_inject_failure((selector & 0x7f) >> 2, 1);
+  }
 
   serveRequest(soap_);
 
   pcd_inject_failure(store, 0, 0);
+  pcd_log_inject_failure(0, 0);
   unsetenv("REMOTE_USER");
   unsetenv("REMOTE_ADDR");
   input_ = nullptr;

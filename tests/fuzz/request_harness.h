@@ -1,5 +1,5 @@
 // The daemon's request path in one process, without FastCGI: a temporary Data store holding
-// the demo gateway, the Server state on it, and one SOAP context configured by the daemon's
+// the demo gateway, the demo's log and trend history beside it, the Server state on them, and one SOAP context configured by the daemon's
 // own configureContext. Each input is served by the daemon's serveRequest and dispatch, with
 // the caller's identity in the environment as the request loop puts it there. The request
 // fuzzer and the test that replays its corpus and findings both serve through it.
@@ -7,11 +7,14 @@
 // Input format, shared by the fuzzer, its seed corpus and the regression files: the first
 // byte chooses the caller, the rest is the request body as the web server forwards it.
 //   first byte % 4    0 anonymous (no REMOTE_USER), 1 "guest", 2 "operator", 3 "admin"
-//   first byte & 0x80 set: after ((byte & 0x7f) >> 2) store calls succeed, one call fails
+//   first byte & 0x80 set: after ((byte & 0x7f) >> 2) store calls succeed, one call fails,
+//                          and the same for the calls of the log libraries
 // The seed files begin with the digits "0" to "3", so that they stay readable.
 //
 // The demo's rights are kept: "admin" may reset, and a reset answers its failure text, as
 // the binaries that serve through the harness link the fake reboot program (fake_reboot.h).
+// The test clock is set for the life of the harness, so that the retries of log reads
+// never wait.
 #ifndef WSGATE_TESTS_FUZZ_REQUEST_HARNESS_H
 #define WSGATE_TESTS_FUZZ_REQUEST_HARNESS_H
 

@@ -165,7 +165,7 @@ TEST_F(CdsProcessTest, AConnectionThatCrossedAForkIsRefusedInTheChild) {
   err.closeWrite();
   char text[512] = {};
   ASSERT_GT(read(err.readFd(), text, sizeof text - 1), 0);
-  EXPECT_NE(std::string(text).find("open the store after fork()"), std::string::npos) << text;
+  EXPECT_NE(std::string(text).find("open it after fork()"), std::string::npos) << text;
   EXPECT_EQ(std::string(text).find('\n'), strlen(text) - 1) << "said more than once: " << text;
   EXPECT_EQ(cds.test_node("/FromChild", st), 0);
   EXPECT_EQ(st, API_STATUS_NO_NODE);

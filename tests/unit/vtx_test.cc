@@ -51,6 +51,15 @@ TEST(VtxTest, ClockFileShiftsBothClocksAtEveryCall) {
   EXPECT_GT(vtx_UTCtime64(), 1600000000000LL);
 }
 
+TEST(VtxTest, SleepMovesTheTestClockInsteadOfWaiting) {
+  vtx_SetTestClock(1000000, 10);
+  vtx_Sleep(400000);
+  vtx_Sleep(700000);  // the microseconds add up across calls
+  EXPECT_EQ(vtx_UTCtime64(), 1001100);
+  EXPECT_EQ(vtx_GetMonoTime(nullptr), 11u);
+  vtx_ClearTestClock();
+}
+
 class ZoneTest : public testing::Test {
  protected:
   ZoneTest() { tzset(); }

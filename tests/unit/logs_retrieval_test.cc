@@ -1,0 +1,222 @@
+// The delta and event log operations: limits, selection, trimming, the records left out,
+// the retries and their cut-off, and every error text with its line on standard error.
+#include <string>
+#include <vector>
+
+#include "logs_fixture.h"
+
+namespace {
+
+using toolkit::CEvent;
+using wsgate_test::LogServiceTest;
+
+constexpr int64_t kSecond = 1000;
+
+CEvent record(time_t sec, const std::string& path, const std::string& value,
+              int32_t kind = CEvent::kKindDelta) {
+  CEvent event;
+  event.timestamp = {sec, 0};
+  event.kind = kind;
+  event.source_path = path;
+  event.value = toolkit::CElement(value);
+  event.set_quality(CEvent::kQualityGood);
+  return event;
+}
+
+// The delta log holds a (1000 s), b1 b2 and a /Software record (2000 s), c d (3000 s).
+class LogRetrievalTest : public LogServiceTest {
+ protected:
+  void SetUp() override {
+    appendEvents(context.logs.delta_log_path,
+                 {record(1000, "/A/Value", "a"), record(2000, "/B/Value", "b1"),
+                  record(2000, "/C/Value", "b2"), record(2000, "/Software/X/Value", "hidden"),
+                  record(3000, "/A/Value", "c"), record(3000, "/D/Value", "d")});
+  }
+
+  static nsqv__logRetrieveRequest request(int max, bool latest = false, bool reverse = false,
+                                          bool trim = false) {
+    nsqv__logRetrieveRequest r;
+    r.rqstType = nsqv__LgRqType__LgRqTypDeltas;
+    r.nMaxToReturn = max;
+    r.bLatestEvents = latest;
+    r.bReverseOrder = reverse;
+    r.bTrimIncomplete = trim;
+    return r;
+  }
+
+  // Calls getDeltaLog; returns the values joined by " " (or "-" without a list), and sets
+  // result_, trimmed_ and err_.
+  std::string deltas(nsqv__logRetrieveRequest r) {
+    nsqv__getDeltaLogResponse response;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(nsqv__getDeltaLog(soap, &r, response), SOAP_OK);
+    err_ = testing::internal::GetCapturedStderr();
+    result_ = response.result;
+    trimmed_ = response.numTrimmedPoints;
+    if (response.loggedValues == nullptr) return "-";
+    std::string text;
+    for (const nss1__PublishedValue& v : response.loggedValues->PublishedValue) {
+      text += (text.empty() ? "" : " ") + *v.Value;
+    }
+    return text;
+  }
+
+  std::string result_;
+  int trimmed_ = -1;
+  std::string err_;
+};
+
+TEST_F(LogRetrievalTest, SelectionOrderAndTrimming) {
+  struct Case {
+    nsqv__logRetrieveRequest request;
+    int64_t start_s, end_s;
+    const char* values;
+    int trimmed;
+  } cases[] = {
+      {request(0), 0, 0, "a b1 b2 c d", 0},  // endTime 0: to the end of the log
+      {request(100), 0, 0, "a b1 b2 c d", 0},
+      {request(2), 0, 0, "a b1", 0},
+      {request(2, true), 0, 0, "c d", 0},
+      {request(2, true, true), 0, 0, "d c", 0},
+      {request(2, false, true), 0, 0, "b1 a", 0},
+      {request(100), 2000, 2000, "b1 b2", 0},
+      {request(100), 2000, 0, "b1 b2 c d", 0},
+      {request(100), 0, 1000, "a", 0},
+      {request(-1), 0, 0, "", 0},
+      // The last group was cut: it goes, and the count is the whole group's size.
+      {request(2, false, false, true), 0, 0, "a", 3},
+      {request(3, false, false, true), 0, 0, "a", 3},
+      {request(4, false, false, true), 0, 0, "a b1 b2", 0},  // the whole group fitted
+      {request(2, false, false, true), 2000, 0, "", 3},      // every record was in the group
+      {request(5, true, false, true), 0, 0, "b1 b2 c d", 0},
+      {request(1, true, false, true), 0, 0, "", 2},
+      {request(100, false, false, true), 0, 0, "a b1 b2 c d", 0},  // not full: kept
+  };
+  for (Case& c : cases) {
+    c.request.startTime = c.start_s * kSecond;
+    c.request.endTime = c.end_s * kSecond;
+    EXPECT_EQ(deltas(c.request), c.values)
+        << "max " << c.request.nMaxToReturn << " from " << c.start_s << " to " << c.end_s
+        << " latest " << c.request.bLatestEvents << " trim " << c.request.bTrimIncomplete;
+    EXPECT_EQ(trimmed_, c.trimmed) << c.values;
+    EXPECT_EQ(result_, "");
+  }
+  nsqv__logRetrieveRequest by_path = request(0);
+  by_path.path = text("/A");
+  EXPECT_EQ(deltas(by_path), "a c");
+  // An absent request reads as one without any element: from the start, up to the limit.
+  nsqv__getDeltaLogResponse response;
+  ASSERT_EQ(nsqv__getDeltaLog(soap, nullptr, response), SOAP_OK);
+  EXPECT_EQ(response.loggedValues->PublishedValue.size(), 5u);
+  nsqv__getEventLogResponse events;
+  ASSERT_EQ(nsqv__getEventLog(soap, nullptr, events), SOAP_OK);
+  EXPECT_EQ(events.result, "? 21 No History : Failed to open event log database");
+}
+
+TEST_F(LogRetrievalTest, AStartJustBefore1970MeansNoStart) {
+  appendEvents(context.logs.delta_log_path, {record(-5, "/Old/Value", "old")});
+  nsqv__logRetrieveRequest r = request(1);
+  r.startTime = -1;  // -1 ms: the second -1, which stands for "none"
+  EXPECT_EQ(deltas(r), "old");
+  r.startTime = -2000;
+  EXPECT_EQ(deltas(r), "a");
+}
+
+TEST_F(LogRetrievalTest, TheLimitsFollowTheMaximumRecordsSetting) {
+  const std::string too_big = "? 34 Result Too Big to Return : Please request less than ";
+  EXPECT_EQ(deltas(request(10000)), "a b1 b2 c d");
+  EXPECT_EQ(deltas(request(10001)), "-");
+  EXPECT_EQ(result_, too_big + "10000 records.");
+  EXPECT_EQ(err_, "");
+  context.logs.max_records = 3;
+  EXPECT_EQ(deltas(request(0)), "a b1 b2");
+  EXPECT_EQ(deltas(request(4)), "-");
+  EXPECT_EQ(result_, too_big + "3 records.");
+
+  nsqv__logRetrieveRequest events = request(1);
+  events.rqstType = nsqv__LgRqType__LgRqTypAlarmEvents;
+  nsqv__getEventLogResponse response;
+  ASSERT_EQ(nsqv__getEventLog(soap, &events, response), SOAP_OK);
+  EXPECT_EQ(response.result, too_big + "0 records.");  // 3 / 4
+  context.logs.max_records = 10000;
+  events.nMaxToReturn = 2501;
+  ASSERT_EQ(nsqv__getEventLog(soap, &events, response), SOAP_OK);
+  EXPECT_EQ(response.result, too_big + "2500 records.");
+}
+
+TEST_F(LogRetrievalTest, ALogThatCannotBeOpened) {
+  context.logs.delta_log_path += ".missing";
+  EXPECT_EQ(deltas(request(0)), "-");
+  EXPECT_EQ(result_, "? 21 No History : Failed to open event log database");
+  EXPECT_EQ(err_, "Failed to open database " + context.logs.delta_log_path + ", dbResult = 14 \n");
+  EXPECT_EQ(waitedSeconds(), 0);
+}
+
+TEST_F(LogRetrievalTest, RetriesCountAsSuccessOnlyForTheFirstThreeAttempts) {
+  const std::string failed = "? 22 No Data Available : Database retrieval failed with these params";
+  const std::string line = "Failed to get events from database " + context.logs.delta_log_path;
+  struct Case {
+    int failures;
+    const char* values;
+    std::string result;
+    std::string err;
+  } cases[] = {
+      {1, "a b1 b2 c d", "", ""},
+      {2, "a b1 b2 c d", "", ""},
+      {3, "a b1 b2 c d", failed, line + ", dbResult = 0 \n"},  // a late success keeps its records
+      {4, "a b1 b2 c d", failed, line + ", dbResult = 0 \n"},
+      {5, "-", failed, line + ", dbResult = 5 \n"},
+  };
+  double before = 0;
+  for (const Case& c : cases) {
+    pcd_log_inject_failure(0, c.failures);
+    EXPECT_EQ(deltas(request(0)), c.values) << c.failures;
+    EXPECT_EQ(result_, c.result) << c.failures;
+    EXPECT_EQ(err_, c.err) << c.failures;
+    EXPECT_EQ(waitedSeconds() - before, c.failures) << "one second per failed attempt";
+    before = waitedSeconds();
+  }
+  // A failed second read of the cut group leaves the records untrimmed.
+  pcd_log_inject_failure(1, 1);
+  EXPECT_EQ(deltas(request(2, false, false, true)), "a b1");
+  EXPECT_EQ(trimmed_, 0);
+  EXPECT_EQ(result_, "");
+}
+
+TEST_F(LogServiceTest, EventLogsByRequestTypeWithAlarmsAsAlarmUpdates) {
+  CEvent alarm = record(10, "/Fan/Value", "true", CEvent::kKindAlarm);
+  alarm.value.convert_type(DATA_TYPE_BOOL);
+  alarm.ack_status = 1;
+  CEvent level = record(20, "/", "", CEvent::kKindSystemLevel);
+  level.level_quality = 3;
+  appendEvents(context.logs.event_log_path,
+               {alarm, record(11, "/Software/Y/Value", "x", 2), record(12, "/E/Value", "e", 2)});
+  appendEvents(context.logs.system_log_path, {level});
+  api_status_t status;
+  ASSERT_EQ(context.cds.add_node("/Fan", status, "test"), 0);
+  ASSERT_EQ(context.cds.set_leaf("/Fan/PossibleValues", toolkit::CElement("Off;On"), status, false,
+                                 "test"),
+            0);
+  for (auto type : {nsqv__LgRqType__LgRqTypAlarmEvents, nsqv__LgRqType__LgRqTypSystemEvents,
+                    nsqv__LgRqType__LgRqTypDeltas}) {
+    nsqv__logRetrieveRequest r;
+    r.rqstType = type;
+    nsqv__getEventLogResponse response;
+    ASSERT_EQ(nsqv__getEventLog(soap, &r, response), SOAP_OK);
+    EXPECT_EQ(response.result, "");
+    const std::vector<nss1__Event*>& events = response.events->Event;
+    if (type != nsqv__LgRqType__LgRqTypAlarmEvents) {  // the system log
+      ASSERT_EQ(events.size(), 1u);
+      EXPECT_EQ(*events[0]->Description, "Critical Event");
+      continue;
+    }
+    ASSERT_EQ(events.size(), 2u);  // the /Software record is left out
+    ASSERT_EQ(events[0]->soap_type(), SOAP_TYPE_nss1__AlarmUpdate);
+    EXPECT_EQ(static_cast<nss1__AlarmUpdate*>(events[0])->AckStatus, nss1__AckStatus__Acked);
+    EXPECT_EQ(*events[0]->Value, "On");  // the state text, from the store
+    EXPECT_EQ(events[1]->soap_type(), SOAP_TYPE_nss1__Event);
+    EXPECT_EQ(*events[1]->SourcePath, "/E");
+  }
+}
+
+}  // namespace
