@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/event.h"
+#include "platform/vtx.h"
 #include "tools/commands.h"
 #include "tools/format.h"
 #include "tools/interchange.h"
