@@ -10,7 +10,7 @@
 #   sudo scripts/check-fresh-machine.sh [DIR]     (default /var/tmp/wsgate-fresh)
 #
 # Environment: WSGATE_PORT (default 8080), the demo's port; it must be free on this machine,
-# since the root shares this machine's network. Needs root, Debian's mirror and about 5 GB
+# since the root shares this machine's network. Needs root, Debian's mirror and about 2 GB
 # in DIR. The root (DIR/root) and the log of the run (DIR/check.log) are kept for a look
 # afterwards; /proc, /sys, /dev, /dev/pts and /dev/shm are mounted into the root only while
 # the script runs, and are unmounted on every exit.
