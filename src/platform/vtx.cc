@@ -113,7 +113,10 @@ bool vtx_IsDaylightSavings(void) {
 struct timeval vtx_VTXtoUNIXtime64(vtx_time64_t t) {
   timeval tv{};
   tv.tv_sec = static_cast<time_t>(floorDiv(t, kMillisPerSecond));
-  tv.tv_usec = static_cast<suseconds_t>((t - int64_t{tv.tv_sec} * kMillisPerSecond) * 1000);
+  // The remainder directly: seconds times 1000 overflows at the ends of the range.
+  int64_t millis = t % kMillisPerSecond;
+  if (millis < 0) millis += kMillisPerSecond;
+  tv.tv_usec = static_cast<suseconds_t>(millis * 1000);
   return tv;
 }
 
@@ -124,7 +127,13 @@ void vtx_VTXtoUNIXtime(const vtx_time_t* in, struct timeval* out) {
 
 vtx_time64_t vtx_UNIXtoVTXtime64(const struct timeval* tv) {
   if (tv == nullptr) return 0;
-  return int64_t{tv->tv_sec} * kMillisPerSecond + floorDiv(tv->tv_usec, 1000);
+  // Times beyond the 64-bit millisecond range (from a hostile record) stop at its ends.
+  int64_t millis = 0;
+  if (__builtin_mul_overflow(int64_t{tv->tv_sec}, kMillisPerSecond, &millis) ||
+      __builtin_add_overflow(millis, floorDiv(tv->tv_usec, 1000), &millis)) {
+    return tv->tv_sec < 0 ? INT64_MIN : INT64_MAX;
+  }
+  return millis;
 }
 
 void vtx_Sleep(uint32_t microseconds) {

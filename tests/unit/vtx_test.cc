@@ -14,7 +14,9 @@ using wsgate_test::ScopedEnv;
 using wsgate_test::TempStore;
 
 TEST(VtxTest, ConversionsRoundDownAndRoundTrip) {
-  for (vtx_time64_t t : {0LL, 1LL, -1LL, -999LL, -1000LL, -1001LL, 1700000000123LL}) {
+  for (vtx_time64_t t : {vtx_time64_t{0}, vtx_time64_t{1}, vtx_time64_t{-1}, vtx_time64_t{-999},
+                         vtx_time64_t{-1000}, vtx_time64_t{-1001}, vtx_time64_t{1700000000123},
+                         INT64_MIN, INT64_MAX}) {
     timeval tv = vtx_VTXtoUNIXtime64(t);
     EXPECT_GE(tv.tv_usec, 0) << t;
     EXPECT_LT(tv.tv_usec, 1000000) << t;
@@ -30,6 +32,11 @@ TEST(VtxTest, ConversionsRoundDownAndRoundTrip) {
   EXPECT_EQ(tv.tv_sec, 1);
   EXPECT_EQ(tv.tv_usec, 500000);
   EXPECT_EQ(vtx_UNIXtoVTXtime64(nullptr), 0);
+  // Seconds beyond the millisecond range stop at its ends.
+  for (time_t seconds : {INT64_MAX, INT64_MIN}) {
+    timeval far{seconds, 0};
+    EXPECT_EQ(vtx_UNIXtoVTXtime64(&far), seconds < 0 ? INT64_MIN : INT64_MAX);
+  }
 }
 
 TEST(VtxTest, ClockFileShiftsBothClocksAtEveryCall) {
