@@ -3,16 +3,8 @@
 #include "platform/path.h"
 #include "service/errors.h"
 #include "service/options.h"
+#include "subscriptions/subscriptions.h"
 #include "values/array_read.h"
-
-namespace {
-
-// The subscription's record, as the subscription operations write it.
-std::string subscriptionPath(const std::string& id) {
-  return "/Software/Data Servers/WS-Publisher/Subscriptions/" + id;
-}
-
-}  // namespace
 
 void listSubscribedNodes(toolkit::CCds& cds, const std::string* id,
                          std::vector<std::string>& nodes) {
@@ -23,9 +15,11 @@ void listSubscribedNodes(toolkit::CCds& cds, const std::string* id,
     nodes.push_back(std::move(error));
     return;
   }
-  const std::string rt_nodes = subscriptionPath(*id) + "/RTNodes";
+  std::string record;
+  const bool named = subscriptionPath(*id, record);
+  const std::string rt_nodes = record + "/RTNodes";
   api_status_t status = API_STATUS_UNKNOWN;
-  if (cds.test_node(rt_nodes, status) != 0 || status != API_STATUS_OK) {
+  if (!named || cds.test_node(rt_nodes, status) != 0 || status != API_STATUS_OK) {
     formatError(kWsNoSuchSubscriber, *id, error, nullptr);
     nodes.push_back(std::move(error));
     return;
