@@ -414,7 +414,8 @@ async function plotTrend(event) {
     return;
   }
   try {
-    const answer = await trendData(paths, $("trend-period").value, end - Number($("trend-span").value), end, 833, true);
+    const start = end - Number($("trend-span").value);
+    const answer = await trendData(paths, $("trend-period").value, start, end, 833, true);
     const result = childText(answer, "result");
     showError("trend-error", result !== "OK" ? new Error(result) : null);
     const data = child(answer, "data");
@@ -429,7 +430,7 @@ async function plotTrend(event) {
         if (series[i]) series[i].push({ x, y: y === null ? null : Number(y) });
       });
     }
-    drawChart(params, series);
+    drawChart(params, series, start, end);
   } catch (e) {
     showError("trend-error", e);
   }
@@ -437,7 +438,7 @@ async function plotTrend(event) {
 
 const COLOURS = ["#2271b1", "#d63638", "#00a32a", "#dba617", "#8c5fc2", "#135e96", "#b26200"];
 
-function drawChart(params, series) {
+function drawChart(params, series, start, end) {
   if (typeof Chart === "undefined") {
     showError("trend-error", new Error("the chart library (libjs-chart.js) was not loaded"));
     return;
@@ -454,7 +455,7 @@ function drawChart(params, series) {
     options: {
       animation: false, maintainAspectRatio: false, parsing: false, normalized: true,
       interaction: { mode: "nearest", axis: "x", intersect: false },
-      scales: { x: { type: "linear", ticks: { maxTicksLimit: 6, callback: (v) => utcText(v).slice(5, 16) } } },
+      scales: { x: { type: "linear", min: start, max: end, ticks: { maxTicksLimit: 6, callback: (v) => utcText(v).slice(5, 16) } } },
       plugins: { tooltip: { callbacks: { title: (items) => items.length ? utcText(items[0].parsed.x) + " UTC" : "" } } },
     },
   });

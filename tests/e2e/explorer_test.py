@@ -97,8 +97,12 @@ class ExplorerTest(WebFrontTestCase):
         return wait_until(lambda: (self.point(path, ".write-result").text or "").strip("…"),
                           what="the answer to writing " + path)
 
-    def shoot(self, name, size):
-        self.browser.set_window_size(*size)
+    def shoot(self, name, width):
+        """Saves the whole page as it shows at `width` (up to 2400 pixels of its height)."""
+        self.browser.set_window_size(width, DESKTOP[1])
+        height, frame = self.browser.execute_script(
+            "return [document.documentElement.scrollHeight, window.outerHeight - window.innerHeight]")
+        self.browser.set_window_size(width, min(height + frame, 2400))
         self.browser.execute_script("window.scrollTo(0, 0)")
         self.browser.save_screenshot(os.path.join(self.artifacts, name))
 
@@ -158,8 +162,16 @@ class ExplorerTest(WebFrontTestCase):
                    what="the delta log")
         self.assertEqual(self.text("#log tbody tr td:nth-child(2)"), "/AHU1/SupplyTemp")
 
-        self.shoot("explorer-desktop.png", DESKTOP)
-        self.shoot("explorer-phone.png", PHONE)
+        pattern = self.find("#search-pattern")
+        pattern.send_keys("^k?W$")
+        self.find("#search-form button").click()
+        wait_until(lambda: self.text("#search-results tbody tr:nth-child(3)"), what="the search")
+        self.assertEqual(self.text("#search-results tbody"), "/Meter1/DemandLimit kW\n/Meter1/Power kW\n"
+                                                            "/Meter1/Submeter/Power kW")
+
+        self.find('#devices li[data-path="/Meter1"] > button').click()  # fold it: a shorter picture
+        self.shoot("explorer-desktop.png", DESKTOP[0])
+        self.shoot("explorer-phone.png", PHONE[0])
         self.browser.set_window_size(*DESKTOP)
         print("explorer page load: %.0f ms" % load_ms, file=sys.stderr)
 
