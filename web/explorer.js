@@ -43,10 +43,11 @@ async function soap(body) {
   const doc = new DOMParser().parseFromString(text, "text/xml");
   const soapBody =
       doc.getElementsByTagNameNS("http://schemas.xmlsoap.org/soap/envelope/", "Body")[0];
-  if (!soapBody) {
-    throw connectionLost(`HTTP ${response.status} ${response.statusText}`);
-  }
+  const status = `HTTP ${response.status} ${response.statusText}`;
+  // Without a daemon behind it the web front answers 503 (or 502 from nginx).
+  if (!soapBody && response.status >= 500) throw connectionLost(status);
   connectionBack();
+  if (!soapBody) throw new Error(status);
   const answer = soapBody.firstElementChild;
   if (answer && answer.localName === "Fault") {
     throw new Error(childText(answer, "faultstring") || `HTTP ${response.status}`);
