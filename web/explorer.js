@@ -293,18 +293,20 @@ function writeControl(point) {
 async function refreshPoints(device) {
   const shown = expanded.get(device);
   if (!shown || !shown.points.length) return;
-  const read = await leaves("", shown.points.flatMap((p) => [p.path, p.path + ":.Quality"]));
+  const paths = shown.points.flatMap((p) => [p.path, p.path + ":.Quality"]);
+  const read = await leaves("", [device + ":.Quality", ...paths]);
+  // A point without a quality of its own has its device's (an offline device's points are bad).
+  const deviceQuality = isErrorText(read[0].value) ? "" : read[0].value;
   shown.points.forEach((point, i) => {
     const row = shown.body.querySelector(`tr[data-path="${CSS.escape(point.path)}"]`);
-    const value = read[2 * i], quality = read[2 * i + 1];
+    const value = read[1 + 2 * i], quality = read[2 + 2 * i];
     const valueCell = row.querySelector(".value");
     valueCell.textContent = value.value;
     valueCell.className = "value" + (isErrorText(value.value) ? " error" : "");
     const choice = row.querySelector("select.choice");
     if (choice && !choice.dataset.picked && point.choices.includes(value.value))
       choice.value = value.value;
-    // A point without a quality of its own is as good as its value's read.
-    const q = qualityText(isErrorText(quality.value) ? "192" : quality.value);
+    const q = qualityText(isErrorText(quality.value) ? deviceQuality : quality.value);
     const qualityCell = row.querySelector(".quality");
     qualityCell.textContent = q.text;
     qualityCell.className = "quality " + q.cls;

@@ -190,8 +190,10 @@ class ExplorerTest(WebFrontTestCase):
         print("explorer page load: %.0f ms, device tree shown by %.0f ms" % (load_ms, tree_ms),
               file=sys.stderr)
 
-    def test_guest_sees_the_refusal(self):
+    def test_guest_sees_the_refusal_and_the_offline_device(self):
         self.open_as("guest")
+        self.expand("/Meter10")
+        self.assertEqual(self.point("/Meter10/Voltage", ".quality").text, "bad")
         self.expand("/AHU1")
         before = self.gw.get("/AHU1/Fan")
         self.assertEqual(self.write("/AHU1/Fan", "On"), REFUSED)
