@@ -181,6 +181,7 @@ print_summary() {
   cat <<EOF
 
 The demo gateway runs.
+  Explorer       http://$host:$port/  (open it in a browser; log in as operator below)
   SOAP endpoint  $endpoint  (POST, HTTP basic authentication)
   WSDL           http://$host:$port/wsdl/BACnetWSKite.wsdl   (values, writes, locales)
                  http://$host:$port/wsdl/BACnetWSKiteQV.wsdl (identity, time, logs, trends)

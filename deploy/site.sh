@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Writes what the web front needs into a run directory: the lighttpd configuration, the
-# demo users, and the served copies of the WSDL and schemas with the real endpoint address.
+# demo users, the served copies of the WSDL and schemas with the real endpoint address, and
+# the explorer page (web/).
 # run-demo.sh and the end-to-end tests both use it, so they test the same configuration.
 #
 #   deploy/site.sh RUN_DIR WSDL_DIR PORT
@@ -16,7 +17,7 @@
 #
 # Written in RUN_DIR: lighttpd.conf (rewritten every time), users (kept once made: the
 # passwords stay), nginx-site.conf and nginx.users (the same site for nginx), www/wsdl/,
-# log/.
+# www/index.html, www/explorer.js, www/explorer.css, log/.
 set -euo pipefail
 if [ $# -ne 3 ]; then
   echo "usage: site.sh RUN_DIR WSDL_DIR PORT" >&2
@@ -63,6 +64,12 @@ for source in "$wsdl_dir"/*.wsdl "$wsdl_dir"/*.xsd; do
     s{(<SOAP:address\s+location=")[^"]*(")}{$1$ENV{URL}$2}g;
   ' "$source" > "$run/www/wsdl/$(basename "$source").tmp"
   mv "$run/www/wsdl/$(basename "$source").tmp" "$run/www/wsdl/$(basename "$source")"
+done
+
+# The explorer page, copied beside the WSDL (each file replaced whole, never half written).
+for source in "$deploy/../web"/*; do
+  cp "$source" "$run/www/$(basename "$source").tmp"
+  mv "$run/www/$(basename "$source").tmp" "$run/www/$(basename "$source")"
 done
 
 {

@@ -13,6 +13,8 @@ packages=(
   clang libclang-rt-14-dev
   # the web fronts, the end-to-end tests and the benchmarks
   lighttpd lighttpd-mod-openssl nginx python3 python3-zeep curl wrk openssl iproute2
+  # the explorer page's chart library, served from /usr/share/javascript, and its browser test
+  libjs-chart.js chromium chromium-driver python3-selenium
   # scripts/check-fresh-machine.sh
   debootstrap
   # the reset test's private mount namespace: unshare, mount and cmp

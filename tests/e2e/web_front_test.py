@@ -498,9 +498,11 @@ class WebFrontTest(WebFrontTestCase):
         with open(os.path.join(self.web.wsdl_dir, "BACnetWSKite.wsdl")) as f:
             self.assertIn('location="http://localhost:8080/ws"', f.read())
 
-    def test_only_the_endpoint_and_the_wsdl_directory_are_served(self):
-        for path in ("/", "/wsdl/", "/wsx", "/ws/extra", "/lighttpd.conf", "/users",
-                     "/wsdl/../users"):
+    def test_only_the_endpoint_the_wsdl_directory_and_the_explorer_are_served(self):
+        # The explorer's own files are tested in explorer_test.py.
+        for path in ("/wsdl/", "/wsx", "/ws/extra", "/lighttpd.conf", "/users",
+                     "/wsdl/../users", "/explorer.html", "/javascript/chart.js/chart.js",
+                     "/javascript/"):
             with self.subTest(path=path):
                 self.assertIn(self.curl.get(path)[0], (403, 404))
 
