@@ -95,6 +95,10 @@ void configureContext(struct soap* soap) {
   // and href references leaves out a class of hostile input: the fuzzer found an id attribute
   // that makes the runtime copy a string onto itself.
   soap_set_imode(soap, SOAP_XML_TREE);
+  // Texts are UTF-8 on the wire and in the store alike: passed through as they are.
+  // Without this the runtime takes a string's bytes as Latin-1 characters, so a "°C" the
+  // store holds went out as "Â°C", and a "°C" received was stored as one Latin-1 byte.
+  soap_set_mode(soap, SOAP_C_UTFSTRING);
   soap->maxlevel = kMaxNesting;
   soap->maxlength = kMaxTextLength;
   soap->maxoccurs = kMaxListItems;

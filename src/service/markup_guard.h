@@ -9,6 +9,9 @@
 //     million entries and hundreds of megabytes;
 //   - nesting depth, including markup inside text elements, which the runtime skips
 //     without counting;
+//   - bytes that are not UTF-8 (unless the XML declaration names another encoding): texts
+//     pass through to the store and back as UTF-8 bytes, so an invalid sequence would end
+//     up in an answer that is not well-formed;
 //   - the NUL character, raw or as a character reference ("&#0;", "&#x00;") in text or an
 //     attribute value: XML forbids it, and the runtime would hand it on as the end of the
 //     text, so that "12&#0;34" would be read as "12".
@@ -21,6 +24,7 @@
 #define WSGATE_SERVICE_MARKUP_GUARD_H
 
 #include <cstddef>
+#include <string>
 #include <vector>
 
 class MarkupGuard {
@@ -36,7 +40,8 @@ class MarkupGuard {
   // Scans the next `length` bytes of the message (any split of the message gives the same
   // outcome). Returns 0 while the message is within the limits; once a limit is broken,
   // the runtime's error code for it, SOAP_OCCURS (attributes, children), SOAP_LEVEL
-  // (depth) or SOAP_SYNTAX_ERROR (a NUL character), from then on.
+  // (depth), SOAP_SYNTAX_ERROR (a NUL character) or SOAP_UTF_ERROR (not UTF-8), from then
+  // on.
   int scan(const char* data, size_t length);
 
   // 0, or the error code of the first broken limit.
@@ -60,6 +65,10 @@ class MarkupGuard {
   void step(char c);
   // Follows character references in text and attribute values: fails on one naming NUL.
   void reference(char c);
+  // Checks `length` bytes for UTF-8, continuing a sequence the previous chunk began.
+  void checkUtf8(const unsigned char* data, size_t length);
+  // Reads the XML declaration, if the message starts with one, for its encoding.
+  void readDeclaration(const char* data, size_t length);
   // For comments ("-->") and CDATA sections ("]]>"): true when `c` ends the run of two
   // `mark` characters and ">".
   bool closes(char c, char mark);
@@ -75,6 +84,15 @@ class MarkupGuard {
   // Where a character reference stands: 0 outside one, 1 after "&", 2 after "&#" or
   // "&#x", 3 after at least one digit, all of them zero so far.
   int reference_ = 0;
+  // UTF-8: continuation bytes still expected, and the range the next one must fall in.
+  int utf8_pending_ = 0;
+  unsigned char utf8_low_ = 0x80;
+  unsigned char utf8_high_ = 0xbf;
+  // The start of the message until its XML declaration is read: whether the bytes must be
+  // UTF-8 is known once `declaration_read_`.
+  std::string declaration_;
+  bool declaration_read_ = false;
+  bool utf8_ = true;
   size_t attributes_ = 0;
   std::vector<size_t> children_;  // per open element, the document first
   int error_ = 0;

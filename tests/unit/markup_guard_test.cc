@@ -95,6 +95,21 @@ TEST(MarkupGuardTest, NulCharacters) {
   }
 }
 
+// Texts go to the store and back as UTF-8: anything else is refused, unless the declaration
+// names another encoding, which the runtime then decodes.
+TEST(MarkupGuardTest, BytesMustBeUtf8UnlessAnotherEncodingIsDeclared) {
+  EXPECT_EQ(scan("<v>\xc2\xb0" "C \xe2\x82\xac \xf0\x9f\x98\x80 \xed\x9f\xbf</v>"), 0);
+  for (const char* bad : {"<v>\xff</v>", "<v>\xc0\xaf</v>", "<v>\xe0\x80\xaf</v>",
+                          "<v>\xed\xa0\x80</v>", "<v>\xf4\x90\x80\x80</v>",
+                          "<v>\xc2</v>", "<\xc3\x28/>"}) {
+    EXPECT_EQ(scan(bad), SOAP_UTF_ERROR) << bad;
+  }
+  const std::string latin = "<v>\xb0" "C \xff</v>";
+  EXPECT_EQ(scan("<?xml version='1.0' encoding='ISO-8859-1'?>" + latin), 0);
+  EXPECT_EQ(scan("<?xml version=\"1.0\" encoding=\"UTF-8\"?>" + latin), SOAP_UTF_ERROR);
+  EXPECT_EQ(scan("<?xml version=\"1.0\"?>" + latin), SOAP_UTF_ERROR);
+}
+
 TEST(MarkupGuardTest, AFailureStays) {
   MarkupGuard guard(kLimits);
   const std::string bad = "<a p='1' q='2' r='3' s='4'>";
