@@ -225,6 +225,7 @@ CReadBatch::CReadBatch(CCds& cds) : handle_(cds.handle()) {
       handle_ = nullptr;  // reads run one by one, as without a batch
       return;
     }
+    ++handle_->batch_serial;
   }
   ++handle_->read_batches;
 }
