@@ -2,6 +2,7 @@
 
 #include <fcgiapp.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <poll.h>
 #include <strings.h>
 #include <sys/select.h>
@@ -43,6 +44,10 @@ constexpr size_t kMaxWaiting = 64;
 // How much of a connection's start is looked at for its parameters; a web server's are a
 // few kilobytes.
 constexpr size_t kParamsWindow = 64 << 10;
+// After a request that moved more bytes than this, the heap is handed back to the system:
+// a long list leaves behind free memory that the allocator would otherwise keep for good
+// (a getValues of 100,000 paths left the daemon at 21 MB resident, 9 MB before it).
+constexpr size_t kTrimAfterBytes = 256 << 10;
 
 struct CallerIdentity {
   char address[kIdentityBytes + 1] = {};
@@ -64,12 +69,17 @@ int64_t nowMs() {
   return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
+// Bytes of the current request's body and answer so far.
+size_t g_request_bytes = 0;
+
 // Reads the request body from the current FastCGI request instead of a socket.
 size_t receiveFromRequest(struct soap* soap, char* buffer, size_t length) {
   FCGX_Request* request = serverOf(soap).current_request;
   if (request == nullptr || request->in == nullptr || buffer == nullptr || length == 0) return 0;
   int got = FCGX_GetStr(buffer, static_cast<int>(length), request->in);
-  return got > 0 ? static_cast<size_t>(got) : 0;
+  if (got <= 0) return 0;
+  g_request_bytes += static_cast<size_t>(got);
+  return static_cast<size_t>(got);
 }
 
 // Writes the response (CGI-style headers and envelope) to the current FastCGI request.
@@ -77,6 +87,7 @@ int sendToRequest(struct soap* soap, const char* data, size_t length) {
   FCGX_Request* request = serverOf(soap).current_request;
   if (request == nullptr || request->out == nullptr || data == nullptr) return SOAP_EOF;
   if (length == 0) return SOAP_OK;
+  g_request_bytes += length;
   int put = FCGX_PutStr(data, static_cast<int>(length), request->out);
   return put < 0 || FCGX_GetError(request->out) != 0 ? SOAP_EOF : SOAP_OK;
 }
@@ -193,6 +204,8 @@ void serveAccepted(struct soap* soap, FCGX_Request& request, bool refused) {
   // waits on the listening socket only, so a kept connection would never be read again.
   if (request.ipcFd >= 0) FCGX_Free(&request, 1);
   if (!refused) recordCaller(server, caller.address, caller.user, caller.https);
+  if (g_request_bytes > kTrimAfterBytes) malloc_trim(0);
+  g_request_bytes = 0;
 }
 
 // The start of the connection being served, as far as it has been peeked at.
