@@ -13,6 +13,10 @@ longest list the daemon takes: paths and values together at most 100000 elements
 repeating one path and once of distinct paths. The time per pair should stay flat as the
 list grows.
 
+With --memory it measures instead the daemon's resident memory when idle and after one
+getValues of 10,000 and of 100,000 paths: the goal is below 8 MB after 10,000 and back
+within 5 % of idle after each.
+
 Everything runs on a temporary demo gateway with 1000 extra Real points /Bench/Pnnnn; the
 processes started are stopped and the directory removed at the end. Python only sets up and
 reports: every timed request is sent by fcgi_load (C++)."""
@@ -123,6 +127,40 @@ def rss_kb(pid):
 LIST_LENGTHS = (15000, 49999)
 
 
+def settled_rss_kb(pid):
+    """The resident memory once the daemon has finished the request it just answered (it
+    trims its heap after answering): the first of two equal readings 50 ms apart."""
+    last = rss_kb(pid)
+    for _ in range(40):
+        time.sleep(0.05)
+        now = rss_kb(pid)
+        if now == last:
+            return now
+        last = now
+    return last
+
+
+def memory_after_lists(bench):
+    """Resident memory idle and after getValues of long lists."""
+    bench.make_gateway(1000)
+    daemon_socket = bench.env["WSGATED_SOCKET"]
+    daemon = bench.start([os.path.join(bench.bin, "wsgated"), "-d"], daemon_socket)
+    paths = ["/Bench/P%04d" % (i % 1000) for i in range(100000)]
+    bench.load(daemon_socket, get_values(paths[:1000]), 20, expect="999.5<")  # warm-up
+    idle = settled_rss_kb(daemon.pid)
+    print("wsgated RSS idle %d kB" % idle)
+    met = True
+    for n in (10000, 100000):
+        bench.load(daemon_socket, get_values(paths[:n]), 1, expect="999.5<")
+        after = settled_rss_kb(daemon.pid)
+        growth = (after - idle) / idle
+        print("wsgated RSS after getValues of %d paths %d kB: %+.1f %% (goal within %.0f %%)"
+              % (n, after, 100 * growth, 100 * GOALS["rss_growth"]))
+        met = met and growth <= GOALS["rss_growth"] and (n != 10000 or after < 8192)
+    print("goals met" if met else "GOALS NOT MET")
+    return 0 if met else 1
+
+
 def list_writes(bench):
     """setValues of long lists, one path repeated and distinct paths: latency per request."""
     bench.make_gateway(max(LIST_LENGTHS))
@@ -147,12 +185,16 @@ def main():
     parser.add_argument("--requests", type=int, default=100000)
     parser.add_argument("--lists", action="store_true",
                         help="measure setValues of long lists instead")
+    parser.add_argument("--memory", action="store_true",
+                        help="measure resident memory after getValues of long lists instead")
     opts = parser.parse_args()
 
     bench = Bench(opts.build_dir)
     try:
         if opts.lists:
             return list_writes(bench)
+        if opts.memory:
+            return memory_after_lists(bench)
         bench.make_gateway(1000)
         daemon_socket = bench.env["WSGATED_SOCKET"]
         trivial_socket = os.path.join(bench.dir, "trivial.socket")

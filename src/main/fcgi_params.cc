@@ -8,6 +8,7 @@ namespace {
 
 constexpr size_t kHeaderBytes = 8;
 constexpr unsigned char kParamsRecord = 4;
+constexpr unsigned char kStdinRecord = 5;
 // The parameters whose values name the caller.
 constexpr const char* kIdentity[] = {"REMOTE_USER", "REMOTE_ADDR"};
 
@@ -64,4 +65,16 @@ ParamsCheck checkParams(const unsigned char* data, size_t length) {
     at += record;
   }
   return ParamsCheck::kIncomplete;
+}
+
+bool inputComplete(const unsigned char* data, size_t length) {
+  size_t at = 0;
+  while (length - at >= kHeaderBytes) {
+    const unsigned char* header = data + at;
+    const size_t content = size_t{header[4]} << 8 | header[5];
+    if (header[1] == kStdinRecord && content == 0) return true;
+    at += kHeaderBytes + content + header[6];
+    if (at > length) return false;
+  }
+  return false;
 }

@@ -18,4 +18,8 @@ enum class ParamsCheck {
 // records passed over. Never reads beyond `length`.
 ParamsCheck checkParams(const unsigned char* data, size_t length);
 
+// True when the first `length` bytes hold the end of the request's input (an empty
+// FCGI_STDIN record) after whole records: all of the request has arrived.
+bool inputComplete(const unsigned char* data, size_t length);
+
 #endif  // WSGATE_MAIN_FCGI_PARAMS_H

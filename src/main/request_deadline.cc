@@ -42,11 +42,17 @@ bool installRequestDeadline() {
 }
 
 void armRequestDeadline(int fd, long milliseconds) {
-  g_fd = -1;  // a timer still running for an earlier connection now does nothing
-  g_expiries = 0;
-  g_fd = fd;
+  g_fd = -1;  // the timer still running for an earlier connection now does nothing
   itimerspec when{after(kGraceMilliseconds), after(milliseconds > 0 ? milliseconds : 1)};
   timer_settime(g_timer, 0, &when, nullptr);
+  // Only now: an expiry of the earlier timer must not reach this connection. One of this
+  // timer's that came first (a deadline already past) is repeated a grace second later.
+  g_expiries = 0;
+  g_fd = fd;
+}
+
+void releaseRequestDeadline() {
+  g_fd = -1;
 }
 
 void disarmRequestDeadline() {

@@ -19,4 +19,10 @@ void armRequestDeadline(int fd, long milliseconds);
 // Stops the deadline; the connection is left as it is. Call before closing the connection.
 void disarmRequestDeadline();
 
+// Detaches the deadline from its connection without stopping the timer, which saves a
+// system call per request: the next armRequestDeadline replaces the timer, and an expiry
+// before that does nothing but interrupt a wait (the loop then disarms it). Call before
+// closing the connection.
+void releaseRequestDeadline();
+
 #endif  // WSGATE_MAIN_REQUEST_DEADLINE_H

@@ -3,7 +3,8 @@
 // Every path check of a request asks for rights, so the rules are cached per connection.
 // The cache stays valid while PRAGMA data_version (which moves whenever another connection
 // commits) is unchanged; when it moves, one look at the rules' version counter in the meta
-// table tells whether the rules themselves changed. Our own changes drop the cache.
+// table tells whether the rules themselves changed. Our own changes drop the cache. Inside
+// a read batch the snapshot is fixed, so the check is made once per batch.
 #include <string_view>
 
 #include "platform/cds.h"
@@ -39,7 +40,7 @@ bool bumpRulesVersion(pcd_connection* c) {
   return bump.ok() && bump.step() == SQLITE_DONE;
 }
 
-bool loadRules(pcd_connection* c) {
+bool refreshRules(pcd_connection* c) {
   int64_t data_version = 0;
   if (!queryInt(c, "PRAGMA data_version", data_version)) return false;
   if (c->rules_loaded && data_version == c->rules_data_version) return true;
@@ -57,6 +58,14 @@ bool loadRules(pcd_connection* c) {
   c->rules_loaded = rc == SQLITE_DONE;
   c->rules_version = version;
   return c->rules_loaded;
+}
+
+bool loadRules(pcd_connection* c) {
+  const bool in_batch = c->read_batches > 0 && sqlite3_get_autocommit(c->db) == 0;
+  if (c->rules_loaded && in_batch && c->rules_batch == c->batch_serial) return true;
+  if (!refreshRules(c)) return false;
+  c->rules_batch = in_batch ? c->batch_serial : -1;
+  return true;
 }
 
 // Whole components: "/Dev1" covers "/Dev1" and "/Dev1/x", not "/Dev10"; "/" covers all.

@@ -91,12 +91,17 @@ struct pcd_connection {
   bool rules_loaded = false;
   int64_t rules_data_version = -1;
   int64_t rules_version = -1;
+  // The read batch whose snapshot the rules were last checked in: within one snapshot they
+  // cannot move, so the check is made once per batch rather than once per path.
+  int64_t rules_batch = -1;
   std::vector<toolkit::right_rule_t> rules;
   // The name this client registered its watchdog under ("" when none).
   std::string watchdog;
   // Open toolkit::CReadBatch objects; while above 0 a read snapshot is open and every call
   // runs inside it.
   int read_batches = 0;
+  // Counts the read batches opened, so that a cache can tell one snapshot from the next.
+  int64_t batch_serial = 0;
   // True while a toolkit::CWriteBatch holds a write transaction open: every call runs
   // inside it, each write in a savepoint of its own.
   bool write_batch = false;

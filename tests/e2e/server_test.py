@@ -28,6 +28,8 @@ class DispatchTest(GatewayTestCase):
         self.assertIn("text/xml", response.headers["content-type"])
         # No hop-by-hop header: the web server would close its client's connection.
         self.assertNotIn("connection", response.headers)
+        # Nor the runtime's "Server", which would name its library to every caller.
+        self.assertNotIn("server", response.headers)
         self.assertEqual(list(body_of(response.xml()))[0].findtext("result"), "alice")
         # The variable is gone again after the request: an anonymous call sees nothing.
         self.assertEqual(self.gw.call("<nsqv:whoAmI/>").findtext("result"), "")

@@ -307,6 +307,30 @@ TEST_F(CdsTest, ASecondConnectionIsTheDefaultAndItsRuleChangesAreSeen) {
   EXPECT_EQ(rights, "rw");
 }
 
+// Within a read batch the rules are looked up once; the next batch sees another
+// connection's change.
+TEST_F(CdsTest, RightsHoldForOneReadBatchAndFollowTheNext) {
+  ASSERT_EQ(cds.rights_set({"*", "/", "r"}), 0);
+  pcd_handle_t other = pcd_init(0);
+  ASSERT_NE(other, nullptr);
+  toolkit::CCds other_cds(other);
+  std::string rights;
+  {
+    toolkit::CReadBatch batch(cds);
+    ASSERT_EQ(cds.rights_for("u", "/x", rights), 0);
+    EXPECT_EQ(rights, "r");
+    ASSERT_EQ(other_cds.rights_set({"*", "/", "rw"}), 0);
+    ASSERT_EQ(cds.rights_for("u", "/x", rights), 0);
+    EXPECT_EQ(rights, "r");  // still the batch's snapshot
+  }
+  {
+    toolkit::CReadBatch batch(cds);
+    ASSERT_EQ(cds.rights_for("u", "/x", rights), 0);
+    EXPECT_EQ(rights, "rw");
+  }
+  pcd_close(other);
+}
+
 TEST_F(CdsTest, AReadBatchSeesOneSnapshotAndRefusesWrites) {
   addNode("/A");
   CElement one;

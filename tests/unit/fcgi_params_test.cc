@@ -60,4 +60,20 @@ TEST(FcgiParamsTest, ParametersStillArrivingAreIncomplete) {
   EXPECT_EQ(check("GET / HTTP/1.0\r\n\r\n"), ParamsCheck::kIncomplete);
 }
 
+TEST(FcgiParamsTest, InputIsCompleteOnlyWithTheEndOfItsBody) {
+  const std::string head = start(pair("REMOTE_USER", "op"));  // ends inside the body
+  const std::string whole = head + record(5, "", 2);
+  const auto complete = [](const std::string& bytes) {
+    return inputComplete(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+  };
+  EXPECT_TRUE(complete(whole));
+  EXPECT_TRUE(complete(whole + record(2, "")));  // whatever follows the end
+  EXPECT_FALSE(complete(head));
+  EXPECT_FALSE(complete(whole.substr(0, whole.size() - 3)));  // its header cut off
+  EXPECT_FALSE(complete(""));
+  // An empty record of another type, or one hidden inside a body, ends nothing.
+  EXPECT_FALSE(complete(head + record(4, "")));
+  EXPECT_FALSE(complete(record(5, record(5, "") + "x")));
+}
+
 }  // namespace
