@@ -17,7 +17,13 @@ volatile std::sig_atomic_t g_expiries = 0;
 
 void onDeadline(int) {
   const int fd = g_fd;
-  if (fd < 0) return;
+  if (fd < 0) {
+    // The request it was armed for is finished: stop the timer's repeats, so that an idle
+    // daemon is not woken every grace second (timer_settime is async-signal-safe).
+    itimerspec off{};
+    timer_settime(g_timer, 0, &off, nullptr);
+    return;
+  }
   const int expiries = ++g_expiries;
   shutdown(fd, expiries == 1 ? SHUT_RD : SHUT_RDWR);
 }
