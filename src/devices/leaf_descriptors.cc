@@ -27,34 +27,21 @@ int nsqv__getLeafDescriptors(struct soap* soap, std::string* options, std::strin
   // Plain concatenation: basePath ends with "/" or every entry begins with one.
   const std::string base = basePath != nullptr ? *basePath : std::string();
   std::vector<CPath> paths;
-  std::vector<std::string> leaf_paths;
-  for (const std::string& entry : leafPaths->string) {
-    paths.emplace_back(base + entry);
-    // Not tested: a malformed path fails in the store read, in its own descriptor.
-    paths.back().normalize();
-    leaf_paths.push_back(paths.back().getPath());
-  }
-  std::vector<api_status_t> statuses;
-  std::vector<toolkit::CElement> values;
-  std::vector<element_property_t> props;
-  if (cds.get_leaves(leaf_paths, statuses, values, props) != 0) {
+  std::vector<StoredLeaf> leaves;
+  if (!readLeaves(cds, base, leafPaths->string, paths, leaves)) {
     formatError(kWsNodeNotFound, "CDS access failed", response.result, &parsed);
     return SOAP_OK;
   }
   response.result = "OK";
   response.descriptors.resize(paths.size());
-  StoredLeaf leaf;
   for (size_t i = 0; i < paths.size(); ++i) {
     nsqv__leafDescriptor& descriptor = response.descriptors[i];
     descriptor.soap_default(soap);
-    leaf.status = statuses[i];
-    leaf.value = std::move(values[i]);
-    leaf.storage = props[i].storage;
     descriptor.result = soap_new_std__string(soap);
-    formatValue(cds, leaf, paths[i], parsed, *descriptor.result);
-    const timeval& changed = leaf.value.get_time();
+    formatValue(cds, leaves[i], paths[i], parsed, *descriptor.result);
+    const timeval& changed = leaves[i].value.get_time();
     descriptor.leafChangeTime = vtx_UNIXtoVTXtime64(&changed);
-    descriptor.leafType = static_cast<nsqv__LeafTypes>(leaf.storage);
+    descriptor.leafType = static_cast<nsqv__LeafTypes>(leaves[i].storage);
   }
   return SOAP_OK;
 }

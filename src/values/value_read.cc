@@ -136,6 +136,33 @@ bool readAttribute(toolkit::CCds& cds, const std::string& node_path, const std::
   return readValue(cds, node_path + ":" + attribute, options, text);
 }
 
+bool readLeaves(toolkit::CCds& cds, const std::string& base,
+                const std::vector<std::string>& path_texts, std::vector<CPath>& paths,
+                std::vector<StoredLeaf>& leaves) {
+  paths.clear();
+  leaves.clear();
+  std::vector<std::string> leaf_paths;
+  paths.reserve(path_texts.size());
+  leaf_paths.reserve(path_texts.size());
+  for (const std::string& text : path_texts) {
+    paths.emplace_back(base + text);
+    // Not tested, deliberately: a malformed path fails in the store read (status BAD_PATH).
+    paths.back().normalize();
+    leaf_paths.push_back(paths.back().getPath());
+  }
+  std::vector<api_status_t> statuses;
+  std::vector<toolkit::CElement> values;
+  std::vector<element_property_t> props;
+  if (cds.get_leaves(leaf_paths, statuses, values, props) != 0) return false;
+  leaves.resize(paths.size());
+  for (size_t i = 0; i < paths.size(); ++i) {
+    leaves[i].status = statuses[i];
+    leaves[i].value = std::move(values[i]);
+    leaves[i].storage = props[i].storage;
+  }
+  return true;
+}
+
 void readValues(toolkit::CCds& cds, const std::vector<std::string>& path_texts,
                 const RequestOptions& options, std::vector<std::string>& results) {
   results.clear();
@@ -145,30 +172,15 @@ void readValues(toolkit::CCds& cds, const std::vector<std::string>& path_texts,
     return;
   }
   std::vector<CPath> paths;
-  std::vector<std::string> leaf_paths;
-  paths.reserve(path_texts.size());
-  leaf_paths.reserve(path_texts.size());
-  for (const std::string& text : path_texts) {
-    paths.emplace_back(text);
-    // Not tested, deliberately: a malformed path fails in the store read (status BAD_PATH).
-    paths.back().normalize();
-    leaf_paths.push_back(paths.back().getPath());
-  }
-  std::vector<api_status_t> statuses;
-  std::vector<toolkit::CElement> values;
-  std::vector<element_property_t> props;
-  if (cds.get_leaves(leaf_paths, statuses, values, props) != 0) {
+  std::vector<StoredLeaf> leaves;
+  if (!readLeaves(cds, std::string(), path_texts, paths, leaves)) {
     results.emplace_back();
     formatError(kWsNodeNotFound, kAccessFailed, results.back(), &options);
     return;
   }
   results.resize(paths.size());
-  StoredLeaf leaf;
   for (size_t i = 0; i < paths.size(); ++i) {
-    leaf.status = statuses[i];
-    leaf.value = std::move(values[i]);
-    leaf.storage = props[i].storage;
     // No node test follows: a leaf found in the read's snapshot proves its node there.
-    formatValue(cds, leaf, paths[i], options, results[i]);
+    formatValue(cds, leaves[i], paths[i], options, results[i]);
   }
 }

@@ -50,6 +50,14 @@ bool readValue(toolkit::CCds& cds, const std::string& path, const RequestOptions
 bool readAttribute(toolkit::CCds& cds, const std::string& node_path, const std::string& attribute,
                    const RequestOptions& options, std::string& text);
 
+// Normalizes each of `path_texts` (prefixed with `base`) into `paths` and reads all of them
+// in one store call into `leaves` (both replaced, one entry per text, in order). Malformed
+// paths are not refused here; they fail in the read with status BAD_PATH. False when the
+// store call failed.
+bool readLeaves(toolkit::CCds& cds, const std::string& base,
+                const std::vector<std::string>& path_texts, std::vector<CPath>& paths,
+                std::vector<StoredLeaf>& leaves);
+
 // Reads every path in one store call and puts one text per path, in order, into `results`
 // (replaced). Malformed paths are not refused here; they fail in the store read. An empty
 // list gives the one text code 17 "No paths"; a failed store call the one text code 9.
