@@ -22,17 +22,15 @@ import json
 import os
 import sys
 
+import values_bench
 from values_bench import Bench
 
 GOALS_MS = {"findAttributeMatches": 100.0, "getDeviceTree": 20.0, "getLeafDescriptors": 20.0}
-NSQV = "http://wsgate.local/ws/BACnetWSKiteQV"
 UNITS = ("kW", "V", "A", "Hz", "%")
 
 
 def envelope(body):
-    return ('<?xml version="1.0" encoding="UTF-8"?>'
-            '<SOAP-ENV:Envelope xmlns:SOAP-ENV="http://schemas.xmlsoap.org/soap/envelope/" '
-            'xmlns:nsqv="%s"><SOAP-ENV:Body>%s</SOAP-ENV:Body></SOAP-ENV:Envelope>' % (NSQV, body))
+    return values_bench.envelope(body, "nsqv")
 
 
 def find_matches(start, attribute, pattern):

@@ -20,16 +20,14 @@ import re
 import subprocess
 import sys
 
+import values_bench
 from values_bench import Bench
 
 GOALS = {"p50_ms": 100.0, "end_over_start": 1.25}
-NSQV = "http://wsgate.local/ws/BACnetWSKiteQV"
 
 
 def envelope(body):
-    return ('<?xml version="1.0" encoding="UTF-8"?>'
-            '<SOAP-ENV:Envelope xmlns:SOAP-ENV="http://schemas.xmlsoap.org/soap/envelope/" '
-            'xmlns:nsqv="%s"><SOAP-ENV:Body>%s</SOAP-ENV:Body></SOAP-ENV:Envelope>' % (NSQV, body))
+    return values_bench.envelope(body, "nsqv")
 
 
 def delta_log(start_ms, latest=False):

@@ -35,13 +35,15 @@ import time
 
 GOALS = {"ratio": 0.7, "getValues_1000_p50_ms": 20.0, "rss_growth": 0.05}
 NSC1 = "http://wsgate.local/ws/BACnetWSKite"
+NAMESPACES = {"nsc1": NSC1, "nsqv": "http://wsgate.local/ws/BACnetWSKiteQV"}
 
 
-def envelope(body):
+def envelope(body, prefix="nsc1"):
+    """A SOAP 1.1 envelope around `body`, whose elements use `prefix` (nsc1 or nsqv)."""
     return ('<?xml version="1.0" encoding="UTF-8"?>'
             '<SOAP-ENV:Envelope xmlns:SOAP-ENV="http://schemas.xmlsoap.org/soap/envelope/" '
-            'xmlns:nsc1="%s"><SOAP-ENV:Body>%s</SOAP-ENV:Body></SOAP-ENV:Envelope>'
-            % (NSC1, body))
+            'xmlns:%s="%s"><SOAP-ENV:Body>%s</SOAP-ENV:Body></SOAP-ENV:Envelope>'
+            % (prefix, NAMESPACES[prefix], body))
 
 
 def get_value(path):
