@@ -15,6 +15,8 @@ packages=(
   lighttpd lighttpd-mod-openssl nginx python3 python3-zeep curl wrk openssl iproute2
   # the explorer page's chart library, served from /usr/share/javascript, and its browser test
   libjs-chart.js chromium chromium-driver python3-selenium
+  # scripts/coverage.sh
+  gcovr
   # scripts/check-fresh-machine.sh
   debootstrap
   # the reset test's private mount namespace: unshare, mount and cmp
