@@ -317,6 +317,7 @@ async function refreshPoints(device) {
 
 // --- alarms -----------------------------------------------------------------------------------
 
+let shownAlarms = null;
 async function refreshAlarms() {
   const answer = await soap(
       "<nsqv:getActiveAlarms><request><options></options>" +
@@ -326,11 +327,16 @@ async function refreshAlarms() {
       "<bTrimIncomplete>false</bTrimIncomplete><path></path></request></nsqv:getActiveAlarms>");
   const result = childText(answer, "result");
   showError("alarms-error", result ? new Error(result) : null);
+  const alarms = child(answer, "alarms");
+  // Rebuilt only when the list changed: a button keeps its focus between refreshes.
+  const shape = alarms ? new XMLSerializer().serializeToString(alarms) : "";
+  if (shape === shownAlarms) return;
+  shownAlarms = shape;
   const body = $("alarms").tBodies[0];
   const sent =
       new Map(Array.from(body.querySelectorAll(".ack-result")).map((s) => [s.dataset.id, s]));
   body.textContent = "";
-  for (const alarm of kids(child(answer, "alarms"), "AlarmUpdate")) {
+  for (const alarm of kids(alarms, "AlarmUpdate")) {
     const id = childText(alarm, "EventId");
     const status = childText(alarm, "AckStatus");
     const cell = el("td");
