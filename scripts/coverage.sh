@@ -12,6 +12,8 @@ cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 build=${1:-build-cov}
 jobs=$(nproc)
+# ccache's base directory would record relative source paths, which gcovr cannot resolve.
+unset CCACHE_BASEDIR
 
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Debug \
   -DCMAKE_CXX_FLAGS=--coverage -DCMAKE_C_FLAGS=--coverage \
@@ -20,7 +22,8 @@ cmake --build "$build" -j"$jobs"
 find "$build" -name '*.gcda' -delete
 ctest --test-dir "$build" -j"$jobs" --output-on-failure || echo "coverage: some tests failed; the figures below count what ran"
 
-args=(--root . --object-directory "$build" --filter 'src/' --filter 'tools/'
+args=(--root . --object-directory "$build" --exclude-directories "$build/CMakeFiles"
+      --filter 'src/' --filter 'tools/'
       --exclude '.*/soap[^/]*\.(cpp|h)$' --exclude-unreachable-branches --print-summary)
 if [ -n "${DETAIL:-}" ]; then
   gcovr "${args[@]}"
