@@ -55,6 +55,21 @@ TEST(AlarmRangeTest, RangesAndTrims) {
   }
 }
 
+std::string text(const std::string* s) {
+  return s == nullptr ? "-" : *s;
+}
+
+// An alarm on one line; its time relative to kT.
+std::string describe(const nss1__AlarmUpdate& a) {
+  const char* const acks[] = {"NotAcked", "Acked", "Closed"};
+  return std::to_string(a.EventId) + " seq " + std::to_string(a.SequenceIndex) + " " +
+         std::to_string(a.Time - kT) + " " + text(a.SourcePath) + " = " + text(a.Value) + " (" +
+         text(a.NumericValue) + ") '" + text(a.Description) + "' q " + text(a.Quality) + " prio " +
+         text(a.BasePriority) + " " + acks[a.AckStatus] + " var " +
+         std::to_string(a.VariationLevel) + (a.AutoClosing ? " auto" : "") +
+         (a.ConditionPresent ? " raised" : "") + " note '" + text(a.Note) + "'";
+}
+
 class AlarmsTest : public wsgate_test::StoreTest {
  protected:
   void SetUp() override {
@@ -65,7 +80,7 @@ class AlarmsTest : public wsgate_test::StoreTest {
     context_.cds.set_handle(cds.handle());
   }
 
-  // The result text and the count of trimmed alarms, then each alarm's event id and time.
+  // The result text and the count of trimmed alarms, then each alarm.
   Lines active(int max = 0, bool latest = false, bool reverse = false, bool trim = false,
                const char* path = nullptr, int64_t start = 0, int64_t end = 0,
                const char* options = nullptr) {
@@ -83,10 +98,7 @@ class AlarmsTest : public wsgate_test::StoreTest {
     EXPECT_EQ(nsqv__getActiveAlarms(soap_.get(), &request, answer), SOAP_OK);
     Lines lines = {answer.result + " trimmed " + std::to_string(answer.numTrimmedEvents)};
     if (answer.alarms == nullptr) return lines;
-    for (const nss1__AlarmUpdate& a : answer.alarms->AlarmUpdate) {
-      lines.push_back(std::to_string(a.EventId) + " " + std::to_string(a.Time - kT) +
-                      (a.Description != nullptr ? " " + *a.Description : ""));
-    }
+    for (const nss1__AlarmUpdate& a : answer.alarms->AlarmUpdate) lines.push_back(describe(a));
     return lines;
   }
 
@@ -94,48 +106,34 @@ class AlarmsTest : public wsgate_test::StoreTest {
   wsgate_test::SoapContext soap_{&context_};
 };
 
-std::string text(const std::string* s) {
-  return s == nullptr ? "-" : *s;
-}
-
-TEST_F(AlarmsTest, EachAlarmNodeBecomesAnAlarmUpdate) {
-  const char* const kAck[] = {"NotAcked", "Acked", "Closed"};
-  auto describe = [&](const char* id) {
-    const nss1__AlarmUpdate* a =
-        buildActiveAlarm(soap_.get(), cds, std::string("/Alarms/") + id, nullptr);
-    if (a == nullptr) return std::string("none");
-    return std::to_string(a->EventId) + " seq " + std::to_string(a->SequenceIndex) + " " +
-           std::to_string(a->Time - kT) + " " + text(a->SourcePath) + " = " + text(a->Value) +
-           " (" + text(a->NumericValue) + ") '" + text(a->Description) + "' q " + text(a->Quality) +
-           " prio " + text(a->BasePriority) + " " + kAck[a->AckStatus] + " var " +
-           std::to_string(a->VariationLevel) + (a->AutoClosing ? " auto" : "") +
-           (a->ConditionPresent ? " raised" : "") + " note '" + text(a->Note) + "'";
+TEST_F(AlarmsTest, AnAlarmNodeThatCannotBeReadWhole) {
+  auto describe1002 = [&] {
+    const nss1__AlarmUpdate* a = buildActiveAlarm(soap_.get(), cds, "/Alarms/1002", nullptr);
+    return a != nullptr ? describe(*a) : "none";
   };
-  EXPECT_EQ(describe("1001"),
-            "1001 seq 1 0 /Meter1/Voltage = 254.2 (-) 'Voltage above critical limit' q 192 "
-            "prio 100 NotAcked var 2 raised note ''");
-  EXPECT_EQ(describe("1002"),
-            "1002 seq 2 60000 /AHU1/SupplyTemp = 26.8 (-) 'Supply temperature high' q 192 "
-            "prio 500 Acked var 1 auto raised note 'Checked by operator'");
-  // No .BasePriority: 5000. A boolean and a multistate source read as their state texts.
-  EXPECT_EQ(describe("1003"),
-            "1003 seq 3 120000 /Meter10/Online = false (0) 'Communication lost' q 192 "
-            "prio 5000 Closed var 1 auto note 'Cable replaced'");
-  EXPECT_EQ(describe("4294967297"),
-            "4294967297 seq 4 60000 /Meter1/Status = Fault (8) 'Meter fault' q 192 prio 200 "
-            "NotAcked var 1 raised note ''");
   // An .AutoClosing that is not a boolean counts as false.
   api_status_t status;
   cds.set_leaf("/Alarms/1002/.AutoClosing", toolkit::CElement("true"), status, false, "test");
-  EXPECT_EQ(describe("1002").find(" auto "), std::string::npos);
+  EXPECT_EQ(describe1002().find(" auto "), std::string::npos);
   pcd_inject_failure(cds.handle(), 0, 1);
-  EXPECT_EQ(describe("1001"), "none");  // the seven leaves cannot be read
+  EXPECT_EQ(describe1002(), "none");  // the seven leaves cannot be read
 }
 
 TEST_F(AlarmsTest, TheTableInOrderFilteredAndCut) {
-  const std::string ok = " trimmed 0", a1 = "1001 0 Voltage above critical limit",
-                    a2 = "1002 60000 Supply temperature high",
-                    a3 = "1003 120000 Communication lost", a4 = "4294967297 60000 Meter fault";
+  const std::string ok = " trimmed 0";
+  const std::string a1 =
+      "1001 seq 1 0 /Meter1/Voltage = 254.2 (-) 'Voltage above critical limit' q 192 prio 100 "
+      "NotAcked var 2 raised note ''";
+  const std::string a2 =
+      "1002 seq 2 60000 /AHU1/SupplyTemp = 26.8 (-) 'Supply temperature high' q 192 prio 500 "
+      "Acked var 1 auto raised note 'Checked by operator'";
+  // No .BasePriority: 5000. A boolean and a multistate source read as their state texts.
+  const std::string a3 =
+      "1003 seq 3 120000 /Meter10/Online = false (0) 'Communication lost' q 192 prio 5000 "
+      "Closed var 1 auto note 'Cable replaced'";
+  const std::string a4 =
+      "4294967297 seq 4 60000 /Meter1/Status = Fault (8) 'Meter fault' q 192 prio 200 NotAcked "
+      "var 1 raised note ''";
   const struct {
     Lines lines, expected;
   } cases[] = {
@@ -167,7 +165,9 @@ TEST_F(AlarmsTest, TheTableInOrderFilteredAndCut) {
     cds.set_leaf(std::string("/Alarms/0001001") + name, value, status, false, "test");
   }
   ASSERT_EQ(cds.add_node("/Alarms/AlarmCount/SourcePath", status, "test"), 0);
-  EXPECT_EQ(active(), (Lines{ok, "1001 0 The copy", a2, a4, a3}));
+  const Lines copy = active();
+  ASSERT_EQ(copy.size(), 5u);
+  EXPECT_NE(copy[1].find("'The copy'"), std::string::npos);
 
   // Without a table: an error text under the request's options, and no list.
   ASSERT_EQ(cds.remove_node("/Alarms", status, false, "test"), 0);
@@ -177,11 +177,16 @@ TEST_F(AlarmsTest, TheTableInOrderFilteredAndCut) {
 }
 
 // Every store call of the table's read failing in turn: an answer each time, never an
-// alarm out of order.
+// alarm out of order (an alarm told by its event id, sequence index and time).
 TEST_F(AlarmsTest, AReadFailingAtAnyStoreCall) {
-  const Lines all = active();
+  auto keys = [](Lines lines) {
+    for (std::string& line : lines) line = line.substr(0, line.find(" /"));
+    return lines;
+  };
+  const Lines all = keys(active());
   for (int skip = 0; skip < 40; ++skip) {
-    const Lines answer = wsgate_test::withFailure(cds.handle(), skip, [&] { return active(); });
+    const Lines answer =
+        keys(wsgate_test::withFailure(cds.handle(), skip, [&] { return active(); }));
     size_t next = 1;
     for (size_t i = 1; i < answer.size(); ++i) {
       while (next < all.size() && all[next] != answer[i]) ++next;

@@ -83,61 +83,62 @@ class WriteTest : public wsgate_test::ValuesTest {
   int status_ = -1;
 };
 
-// In order: each row writes, then looks at one leaf (when named).
+// In order: each row writes, then (when `held` is given) looks at the leaf written: the
+// Value of a node, else the attribute.
 TEST_F(WriteTest, SingleWrites) {
   leaf("/Count/.HiCriticalLimit", toolkit::CElement("0"));
   node("/Bare");
-  const std::string illegal = "? 11 Illegal Attribute : ";
+  const std::string illegal = "? 11 Illegal Attribute : Attribute ";
   const struct {
     const char* path;
     const char* text;
     bool maintenance;
     std::string result;
-    const char* leaf;
     const char* held;
   } cases[] = {
-      {"/Temp", "22.25", false, "22.25", "/Temp/Value", "22.25 (Real)"},
-      {"/Online", "FALSE", false, "false", "/Online/Value", "false (Boolean)"},  // no texts
-      {"/Online", "1", false, kRefused + "1", nullptr, nullptr},
+      {"/Temp", "22.25", false, "22.25", "22.25 (Real)"},
+      {"/Online", "FALSE", false, "false", "false (Boolean)"},  // a boolean without texts
+      {"/Online", "1", false, kRefused + "1", "false (Boolean)"},
       // Texts of a multistate or boolean node: stored as the number, answered as the text.
-      {"/Mode", "manual", false, "manual", "/Mode/Value", "2 (Unsigned)"},
-      {"/Fan", "On", false, "On", "/Fan/Value", "true (Boolean)"},
-      {"/Level", "-5", false, "4294967291", "/Level/Value", "4294967291 (Unsigned)"},
-      {"/Mode", "Turbo", false, kNoMatch, "/Mode/Value", "2 (Unsigned)"},
-      {"/Fan", "true", false, kNoMatch, nullptr, nullptr},
-      {"/Count", "8", false, "? 15 Not Writable : Value is not Writable", nullptr, nullptr},
-      {"/Temp/Minimum", "1", false, illegal + "Attribute Minimum is not Writable", nullptr,
-       nullptr},
+      {"/Mode", "manual", false, "manual", "2 (Unsigned)"},
+      {"/Fan", "On", false, "On", "true (Boolean)"},
+      {"/Level", "-5", false, "4294967291", "4294967291 (Unsigned)"},
+      {"/Mode", "Turbo", false, kNoMatch, "2 (Unsigned)"},
+      {"/Fan", "true", false, kNoMatch, nullptr},
+      {"/Count", "8", false, "? 15 Not Writable : Value is not Writable", "7 (Integer)"},
+      {"/Temp/Minimum", "1", false, illegal + "Minimum is not Writable", "0 (Real)"},
       // The alarm limits are always writable, when they exist.
-      {"/Count/.HiCriticalLimit", "12", false, "12", nullptr, nullptr},
-      {"/Count/.LowCriticalLimit", "1", false, "? 9 Node Not Found : CDS access failed", nullptr,
-       nullptr},
-      {"/Nowhere/Value", "1", false, "? 9 Node Not Found : Node does not exist", nullptr, nullptr},
+      {"/Count/.HiCriticalLimit", "12", false, "12", nullptr},
+      {"/Count/.LowCriticalLimit", "1", false, "? 9 Node Not Found : CDS access failed", nullptr},
+      {"/Nowhere/Value", "1", false, "? 9 Node Not Found : Node does not exist", nullptr},
       // Metadata of a leaf is not the leaf: nothing is written through a sub-attribute.
-      {"/Temp/Value.Time", "5", false, illegal + "Attribute Value.Time is not Writable", nullptr,
-       nullptr},
-      {"/Temp/Units.x", "5", true, illegal + "Attribute Units.x is not Writable", "/Temp/Value",
-       "22.25 (Real)"},
-      {"Temp", "1", false, "? 8 Bad Path Syntax : CDS Error in supplied path", nullptr, nullptr},
+      {"/Temp/Value.Time", "5", false, illegal + "Value.Time is not Writable", nullptr},
+      {"/Temp/Units.x", "5", true, illegal + "Units.x is not Writable", nullptr},
+      {"Temp", "1", false, "? 8 Bad Path Syntax : CDS Error in supplied path", nullptr},
       // Maintenance writes create attributes, typed by name or like the Value.
-      {"/Temp/Resolution", "0.5", true, "0.5", "/Temp/Resolution", "0.5 (Real)"},
-      {"/Temp/.BasePriority", "-1", true, "4294967295", nullptr, nullptr},
-      {"/Temp/HasHistory", "TRUE", true, "true", "/Temp/HasHistory", "true (Boolean)"},
-      {"/Temp/Units", "K", true, "K", "/Temp/Units", "K (String)"},
-      {"/Bare/Minimum", "3", true, "3", "/Bare/Minimum", "3 (Integer)"},  // no Value to follow
-      {"/Tree/Children", "x", true, illegal + "Automatic Attribute Children is not Writable",
-       nullptr, nullptr},
-      {"/Temp/Writable", "false", true,
-       illegal + "Attribute Writable is automatically set to false", nullptr, nullptr},
-      {"/Temp/Writable", "FALSE", true, "false", nullptr, nullptr},  // only the exact text
+      {"/Temp/Resolution", "0.5", true, "0.5", "0.5 (Real)"},
+      {"/Temp/.BasePriority", "-1", true, "4294967295", nullptr},
+      {"/Temp/HasHistory", "TRUE", true, "true", "true (Boolean)"},
+      {"/Temp/Units", "K", true, "K", "K (String)"},
+      {"/Bare/Minimum", "3", true, "3", "3 (Integer)"},  // no Value to take the type from
+      {"/Tree/Children", "x", true,
+       "? 11 Illegal Attribute : Automatic Attribute Children is not "
+       "Writable",
+       nullptr},
+      {"/Temp/Writable", "false", true, illegal + "Writable is automatically set to false",
+       nullptr},
+      {"/Temp/Writable", "FALSE", true, "false", nullptr},  // only the exact text is refused
   };
   for (const auto& c : cases) {
     EXPECT_EQ(set(c.path, c.text, c.maintenance), c.result) << c.path << " " << c.text;
     EXPECT_EQ(status_, 0);
-    if (c.leaf != nullptr) {
-      EXPECT_EQ(held(c.leaf), c.held) << c.path << " " << c.text;
+    const std::string path = c.path;
+    if (c.held != nullptr) {
+      EXPECT_EQ(held(path.find('/', 1) == std::string::npos ? path + "/Value" : path), c.held)
+          << c.path << " " << c.text;
     }
   }
+  EXPECT_EQ(storedText("/Temp/Value"), "22.25");
   std::string result;
   const std::string path = "/Temp";
   EXPECT_EQ(writeValue(cds, nullptr, &path, defaults, false, result), 0);
