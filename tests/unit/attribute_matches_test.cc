@@ -50,12 +50,9 @@ TEST_F(AttributeMatchesTest, WalkPatternsAndErrorTexts) {
   const char* const w = "/Walk=v/Walk";
   const char* const a = "/Walk/a=v/Walk/a";
   const struct {
-    const char* user;
-    const char* start;
+    const char *user, *start;
     bool recursive;
-    const char* attribute;
-    const char* pattern;
-    const char* opts;
+    const char *attribute, *pattern, *opts;
     Texts expected;
   } cases[] = {
       // Depth first, a node before its subtree, siblings in name order; the start is tested.
@@ -118,8 +115,7 @@ TEST_F(AttributeMatchesTest, BoundsStopTheSearchAndKeepItsMatches) {
   const char* const a = "/Walk/a=v/Walk/a";
   const struct {
     SearchBounds bounds;
-    const char* pattern;
-    const char* opts;
+    const char *pattern, *opts;
     Texts expected;
   } cases[] = {
       {matches, "", "", {"? 34 Result Too Big to Return : more than 2 matches", w, a}},

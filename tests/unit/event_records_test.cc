@@ -153,10 +153,7 @@ TEST_F(EventRecordsTest, DeltaRecords) {
 // The active alarm table passes its source paths as the store holds them.
 TEST_F(EventRecordsTest, SourcesNotYetNormalized) {
   const struct {
-    const char* path;
-    const char* type;
-    const char* value;
-    const char* expected;
+    const char *path, *type, *value, *expected;
   } cases[] = {
       {"/Fan", "Boolean", "true", "/Fan On 1"},
       {"//Mode/", "Unsigned", "2", "/Mode Manual 2"},

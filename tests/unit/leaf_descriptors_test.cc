@@ -38,8 +38,7 @@ TEST_F(LeafDescriptorsTest, EachLeafInItsOwnDescriptor) {
   leaf("/Temp/Maximum", toolkit::CElement("90"), /*persist=*/true);
   const std::string not_found = "? 9 Node Not Found : CDS access failed 0 normal";
   const struct {
-    const char* user;
-    const char* base;
+    const char *user, *base;
     Texts paths;
     const char* opts;
     Texts expected;

@@ -21,8 +21,7 @@ TEST_F(ArrayTest, ReadsSplitsAndAnswersErrorsAsOneItem) {
   leaf("/Name/PossibleValues", toolkit::CElement("E:x;y"));
   leaf("/Name/Value", toolkit::CElement("x;y"));
   const struct {
-    const char* path;
-    const char* opts;
+    const char *path, *opts;
     Items items;
   } cases[] = {
       {"/Tree:Children", "", {"a", "b", "c"}},

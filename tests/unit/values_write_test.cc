@@ -90,8 +90,7 @@ TEST_F(WriteTest, SingleWrites) {
   node("/Bare");
   const std::string illegal = "? 11 Illegal Attribute : Attribute ";
   const struct {
-    const char* path;
-    const char* text;
+    const char *path, *text;
     bool maintenance;
     std::string result;
     const char* held;
