@@ -10,9 +10,12 @@
 namespace {
 
 using toolkit::CElement;
+using wsgate_test::typed;
 
-const char* const kArea = "/Software/Commands/Dev";
-const char* const kQueue = "/Software/Commands/Dev/inpQueue";
+const std::string kArea = "/Software/Commands/Dev";
+const std::string kQueue = kArea + "/inpQueue";
+const std::string kResultRoot =
+    "<nsc3:getDeviceCmdResultResponse xmlns:nsc3=\"http://wsgate.local/ws/BACnetWSKiteC3\">";
 
 // The device /Dev takes schema version 1, the command line "reset", the simple command
 // "relay open" and the value command "limit kW"; its queue holds two commands; the next
@@ -23,26 +26,17 @@ class CommandQueueTest : public wsgate_test::DevicesTest {
     DevicesTest::SetUp();
     device("/Dev", "Pump", 192, 1);
     device("/Plain", "Plain", 192, 1);
-    CElement v;
-    v.set_uint(1);
-    node(std::string(kArea) + "/WsdlVersion");
-    leaf(std::string(kArea) + "/WsdlVersion/Value", v);
     for (const char* entry : {"cmdLine/reset", "cmdBasic/relay/open", "cmdIval/limit/kW"}) {
-      node(std::string(kArea) + "/cmdList/" + entry);
+      node(kArea + "/cmdList/" + entry);
     }
-    v.set_uint(2);
-    node(std::string(kQueue) + "/maxCount");
-    leaf(std::string(kQueue) + "/maxCount/Value", v);
-    node(std::string(kArea) + "/outQueue");
+    point(kArea + "/WsdlVersion", typed("Unsigned", "1"), false);
+    point(kQueue + "/maxCount", typed("Unsigned", "2"), false);
+    node(kArea + "/outQueue");
+    node("/Software/Commands/nextCommandID");
     setCounter(7);
   }
 
-  void setCounter(int next) {
-    CElement v;
-    v.set_int(next);
-    node("/Software/Commands/nextCommandID");
-    leaf(kCommandCounterPath, v);
-  }
+  void setCounter(int next) { leaf(kCommandCounterPath, typed("Integer", std::to_string(next))); }
   // The command whose choice is the XML `choice`, of schema `version`.
   const nsc3__sendCmd_s* cmd(const std::string& choice, int version = 1) {
     commands_.emplace_back();
@@ -74,14 +68,14 @@ class CommandQueueTest : public wsgate_test::DevicesTest {
     readCommandResult(soap, cds, device != nullptr ? &path : nullptr, handle, defaults, response);
     return response;
   }
-  std::vector<std::string> queued() {
+  size_t queued() {
     std::vector<std::string> children;
     api_status_t status;
     cds.list_children(kQueue, children, status);
-    return children;
+    return children.size();
   }
   void storeResult(int handle, const std::string& xml) {
-    const std::string path = std::string(kArea) + "/outQueue/" + std::to_string(handle);
+    const std::string path = kArea + "/outQueue/" + std::to_string(handle);
     node(path);
     if (!xml.empty()) leaf(path + "/Value", CElement(xml));
   }
@@ -94,16 +88,18 @@ class CommandQueueTest : public wsgate_test::DevicesTest {
 };
 
 TEST_F(CommandQueueTest, RefusalsComeInTheOrderOfTheChecks) {
+  const std::string no_path = "? 8 Bad Path Syntax : No device path given";
+  const std::string wrong = "? 30 Wrong Version : Wrong WSDL Version requested";
   const std::string not_supported = "? 29 Command Not Supported : No command support for this type";
   const struct {
     const char* device;
     const nsc3__sendCmd_s* cmd;
     std::string result;
   } cases[] = {
-      {nullptr, line("reset"), "? 8 Bad Path Syntax : No device path given"},
-      {"", line("reset"), "? 8 Bad Path Syntax : No device path given"},
+      {nullptr, line("reset"), no_path},
+      {"", line("reset"), no_path},
       {"/Plain", line("reset"), "? 29 Command Not Supported : /Plain"},
-      {"/Dev", line("reset", 2), "? 30 Wrong Version : Wrong WSDL Version requested"},
+      {"/Dev", line("reset", 2), wrong},
       {"/Dev", nullptr, not_supported},
       {"/Dev", cmd(""), not_supported},
       {"/Dev", cmd("<cmdText><name>reset</name><text>x</text></cmdText>"), not_supported},
@@ -123,63 +119,44 @@ TEST_F(CommandQueueTest, RefusalsComeInTheOrderOfTheChecks) {
     EXPECT_EQ(handle_, 0);
   }
   EXPECT_EQ(send("/Dev", line("reboot"), "errorPrefix=E:"), "E:" + not_supported);
-  EXPECT_EQ(queued().size(), 1u);  // maxCount only
+  EXPECT_EQ(queued(), 1u);  // maxCount only
   EXPECT_EQ(storedText(kCommandCounterPath), "7");
-}
 
-TEST_F(CommandQueueTest, ADeviceTakesEveryVersionUpToItsOwn) {
-  const std::string version = std::string(kArea) + "/WsdlVersion/Value";
-  EXPECT_EQ(send("/Dev", line("reset", 1)), "");
+  // A device takes every version up to its own, an Unsigned one.
+  const std::string version = kArea + "/WsdlVersion/Value";
   EXPECT_EQ(send("/Dev", line("reset", 0)), "");
-  CElement v;
-  v.set_int(5);  // not Unsigned
-  leaf(version, v);
-  EXPECT_EQ(send("/Dev", line("reset", 1)), "? 30 Wrong Version : Wrong WSDL Version requested");
+  leaf(version, typed("Integer", "5"));
+  EXPECT_EQ(send("/Dev", line("reset", 1)), wrong);
   api_status_t status;
   cds.clear_leaf(version, status, false, "");
   EXPECT_EQ(send("/Dev", line("reset", 1)), "? 9 Node Not Found : " + version);
 }
 
+// The capacity counts the queued commands beside "maxCount", and is read only when
+// something is queued already.
 TEST_F(CommandQueueTest, CommandsAreQueuedUnderConsecutiveHandles) {
+  const std::string capacity = kQueue + "/maxCount/Value";
+  api_status_t status;
+  cds.clear_leaf(capacity, status, false, "");
   EXPECT_EQ(send("/Dev", basic("relay", "open")), "");
   EXPECT_EQ(handle_, 7);
+  EXPECT_EQ(send("/Dev", line("reset")), "? 9 Node Not Found : " + capacity);
+  leaf(capacity, typed("Unsigned", "2"));
   EXPECT_EQ(send("/Dev", cmd("<cmdIval><name>limit</name><param>kW</param><iValue>300</iValue>"
                              "</cmdIval>")),
             "");
   EXPECT_EQ(handle_, 8);
-  const CElement counter = stored(kCommandCounterPath);
-  EXPECT_EQ(counter.to_string(), "9");
-  EXPECT_EQ(counter.get_type(), DATA_TYPE_INT);
-  api_status_t status;
-  CElement value;
-  element_property_t prop;
-  cds.get_leaf(kCommandCounterPath, status, value, prop);
-  EXPECT_EQ(prop.storage, STORAGE_PERSISTENT);
-
+  EXPECT_EQ(storedText(kCommandCounterPath) + " " + storedKind(kCommandCounterPath),
+            "9 persistent Integer");
   // The queued text is the command itself.
   CommandPayload payload;
   nsc3__sendCmd_s back;
-  ASSERT_TRUE(payload.read(storedText(std::string(kQueue) + "/8/Value"), kCommandElement, back));
+  ASSERT_TRUE(payload.read(storedText(kQueue + "/8/Value"), kCommandElement, back));
   ASSERT_EQ(back.__union_cmd, SOAP_UNION__nsc3__union_cmd_cmdIval);
   EXPECT_EQ(back.union_cmd.cmdIval->iValue, 300);
   EXPECT_EQ(*back.union_cmd.cmdIval->param, "kW");
-}
-
-// The capacity counts the queued commands beside "maxCount", and is read only when
-// something is queued already.
-TEST_F(CommandQueueTest, TheInputQueueHoldsMaxCountCommands) {
-  api_status_t status;
-  const std::string capacity = std::string(kQueue) + "/maxCount/Value";
-  cds.clear_leaf(capacity, status, false, "");
-  EXPECT_EQ(send("/Dev", line("reset")), "");
-  EXPECT_EQ(send("/Dev", line("reset")), "? 9 Node Not Found : " + capacity);
-  CElement v;
-  v.set_uint(2);
-  leaf(capacity, v);
-  EXPECT_EQ(send("/Dev", line("reset")), "");
   EXPECT_EQ(send("/Dev", line("reset")),
             "? 31 Device Busy or Not Available : Input Queue already full");
-  EXPECT_EQ(queued().size(), 3u);
   cds.remove_node(kQueue, status, false, "");
   EXPECT_EQ(send("/Dev", line("reset")), "? 9 Node Not Found : " + capacity);
 }
@@ -193,7 +170,7 @@ TEST_F(CommandQueueTest, AHandleIsNeverHandedOutTwice) {
   setCounter(3);
   EXPECT_EQ(send("/Dev", line("reset")), "");
   setCounter(3);
-  EXPECT_EQ(send("/Dev", line("reset")), "? 16 Write Failed : " + std::string(kQueue) + "/3/Value");
+  EXPECT_EQ(send("/Dev", line("reset")), "? 16 Write Failed : " + kQueue + "/3/Value");
   EXPECT_EQ(handle_, 3);
   EXPECT_EQ(storedText(kCommandCounterPath), "4");
   setCounter(2147483647);
@@ -204,49 +181,39 @@ TEST_F(CommandQueueTest, AHandleIsNeverHandedOutTwice) {
 // Whatever store call fails, the queue ends with the command or without it, never with a
 // node that holds no command, and a handle given out has moved the counter on.
 TEST_F(CommandQueueTest, StoreFailuresLoseNothingAndReuseNoHandle) {
-  bool saw_accepted = false;
-  bool saw_write_failed = false;
+  bool saw_accepted = false, saw_write_failed = false;
   for (int skip = 0; skip < 30; ++skip) {
     setCounter(7);
     api_status_t status;
-    cds.remove_node(std::string(kQueue) + "/7", status, false, "");
-    pcd_inject_failure(cds.handle(), skip, 1);
-    const std::string result = send("/Dev", line("reset"));
-    pcd_inject_failure(cds.handle(), 0, 0);
+    cds.remove_node(kQueue + "/7", status, false, "");
+    const std::string result =
+        wsgate_test::withFailure(cds.handle(), skip, [&] { return send("/Dev", line("reset")); });
     SCOPED_TRACE(std::to_string(skip) + ": " + result);
-    const bool queued_now = queued().size() == 2;
+    EXPECT_EQ(queued() == 2, result.empty());
     if (result.empty()) {
       saw_accepted = true;
-      EXPECT_TRUE(queued_now);
-      EXPECT_EQ(storedText(std::string(kQueue) + "/7/Value").rfind("<?xml", 0), 0u);
-    } else {
-      EXPECT_FALSE(queued_now);
+      EXPECT_EQ(storedText(kQueue + "/7/Value").rfind("<?xml", 0), 0u);
     }
     if (handle_ != 0) {
       EXPECT_EQ(storedText(kCommandCounterPath), "8");
       saw_write_failed |= result.rfind("? 16 Write Failed", 0) == 0;
     }
   }
-  EXPECT_TRUE(saw_accepted);
-  EXPECT_TRUE(saw_write_failed);
+  EXPECT_TRUE(saw_accepted && saw_write_failed);
 }
 
 TEST_F(CommandQueueTest, ResultsAreCopiedWhole) {
-  storeResult(7,
-              "<nsc3:getDeviceCmdResultResponse xmlns:nsc3=\"http://wsgate.local/ws/"
-              "BACnetWSKiteC3\"><result>partly</result><cmdHandle>7</cmdHandle>"
-              "<numericStatus>cmdSuccessOther</numericStatus><cmdStatus>Done</cmdStatus>"
-              "<cmdResults><cmdVersion>1</cmdVersion><resHarms><cdsName>/Dev/V</cdsName>"
-              "<displayName>V</displayName><timeSample>1700000000000</timeSample>"
-              "<hData><frequency>50</frequency><magnitude>230.5</magnitude><phase>0</phase>"
-              "</hData><hData><frequency>150</frequency><magnitude>7.5</magnitude>"
-              "<phase>30</phase></hData></resHarms></cmdResults>"
-              "</nsc3:getDeviceCmdResultResponse>");
+  storeResult(7, kResultRoot +
+                     "<result>partly</result><cmdHandle>7</cmdHandle><numericStatus>"
+                     "cmdSuccessOther</numericStatus><cmdStatus>Done</cmdStatus><cmdResults>"
+                     "<cmdVersion>1</cmdVersion><resHarms><cdsName>/Dev/V</cdsName><displayName>"
+                     "V</displayName><timeSample>1700000000000</timeSample><hData><frequency>50"
+                     "</frequency><magnitude>230.5</magnitude><phase>0</phase></hData><hData>"
+                     "<frequency>150</frequency><magnitude>7.5</magnitude><phase>30</phase>"
+                     "</hData></resHarms></cmdResults></nsc3:getDeviceCmdResultResponse>");
   const nsc3__getDeviceCmdResultResponse r = fetch("/Dev", 7);
-  EXPECT_EQ(r.result, "partly");
-  EXPECT_EQ(r.cmdHandle, 7);
+  EXPECT_EQ(r.result + " " + std::to_string(r.cmdHandle) + " " + r.cmdStatus, "partly 7 Done");
   EXPECT_EQ(r.numericStatus, nsc3__cmdNumStatus__cmdSuccessOther);
-  EXPECT_EQ(r.cmdStatus, "Done");
   ASSERT_NE(r.cmdResults, nullptr);
   ASSERT_EQ(r.cmdResults->__union_result, SOAP_UNION__nsc3__union_result_resHarms);
   const nsc3__harmonicResponse& harms = *r.cmdResults->union_result.resHarms;
@@ -258,17 +225,15 @@ TEST_F(CommandQueueTest, ResultsAreCopiedWhole) {
 }
 
 TEST_F(CommandQueueTest, ResultFailures) {
-  const std::string leaf = std::string(kArea) + "/outQueue/";
   storeResult(3, "");  // no Value yet
-  storeResult(4,
-              "<nsc3:getDeviceCmdResultResponse xmlns:nsc3=\"http://wsgate.local/ws/"
-              "BACnetWSKiteC3\"><cmdHandle>5</cmdHandle></nsc3:getDeviceCmdResultResponse>");
-  storeResult(5,
-              "<nsc3:getDeviceCmdResultResponse xmlns:nsc3=\"http://wsgate.local/ws/"
-              "BACnetWSKiteC3\"><cmdHandle>5</cmdHandle><numericStatus>42</numericStatus>"
-              "</nsc3:getDeviceCmdResultResponse>");
+  storeResult(4, kResultRoot + "<cmdHandle>5</cmdHandle></nsc3:getDeviceCmdResultResponse>");
+  storeResult(5, kResultRoot +
+                     "<cmdHandle>5</cmdHandle><numericStatus>42</numericStatus>"
+                     "</nsc3:getDeviceCmdResultResponse>");
   storeResult(6, "garbage");
-  const char* const unreadable = "Could not deserialize results from device handler";
+  const std::string no_data = "? 22 No Data Available : " + kArea + "/outQueue/";
+  const std::string unreadable = "Could not deserialize results from device handler";
+  const std::string aged = "No such cmdHandle exists, or its results were aged out";
   const struct {
     const char* device;
     int handle;
@@ -282,19 +247,16 @@ TEST_F(CommandQueueTest, ResultFailures) {
       {"", 3, "? 8 Bad Path Syntax : No device path given", nsc3__cmdNumStatus__cmdFailInvalid,
        "No device path given", 0},
       {"/Dev", 99, "? 32 Handle Invalid or Expired : /Dev for cmd #99",
-       nsc3__cmdNumStatus__cmdFailHandle, "No such cmdHandle exists, or its results were aged out",
-       99},
+       nsc3__cmdNumStatus__cmdFailHandle, aged, 99},
       {"/Plain", -1, "? 32 Handle Invalid or Expired : /Plain for cmd #-1",
-       nsc3__cmdNumStatus__cmdFailHandle, "No such cmdHandle exists, or its results were aged out",
-       -1},
-      {"/Dev", 3, "? 22 No Data Available : " + leaf + "3/Value", nsc3__cmdNumStatus__cmdFailOther,
-       "Could not read results", 3},
-      {"/Dev", 4, "? 22 No Data Available : " + leaf + "4/Value", nsc3__cmdNumStatus__cmdFailOther,
-       unreadable, 4},  // a result of another handle
-      {"/Dev", 5, "? 22 No Data Available : " + leaf + "5/Value", nsc3__cmdNumStatus__cmdFailOther,
-       unreadable, 5},  // a status outside the enumeration
-      {"/Dev", 6, "? 22 No Data Available : " + leaf + "6/Value", nsc3__cmdNumStatus__cmdFailOther,
-       unreadable, 6},
+       nsc3__cmdNumStatus__cmdFailHandle, aged, -1},
+      {"/Dev", 3, no_data + "3/Value", nsc3__cmdNumStatus__cmdFailOther, "Could not read results",
+       3},
+      {"/Dev", 4, no_data + "4/Value", nsc3__cmdNumStatus__cmdFailOther, unreadable,
+       4},  // other handle's
+      {"/Dev", 5, no_data + "5/Value", nsc3__cmdNumStatus__cmdFailOther, unreadable,
+       5},  // bad status
+      {"/Dev", 6, no_data + "6/Value", nsc3__cmdNumStatus__cmdFailOther, unreadable, 6},
   };
   for (const auto& c : cases) {
     const nsc3__getDeviceCmdResultResponse r = fetch(c.device, c.handle);
@@ -306,10 +268,9 @@ TEST_F(CommandQueueTest, ResultFailures) {
     EXPECT_EQ(r.cmdResults, nullptr);
   }
   for (int skip = 0; skip < 6; ++skip) {
-    pcd_inject_failure(cds.handle(), skip, 1);
-    const nsc3__getDeviceCmdResultResponse r = fetch("/Dev", 6);
-    pcd_inject_failure(cds.handle(), 0, 0);
-    EXPECT_TRUE(r.result.rfind("? 32 ", 0) == 0 || r.result.rfind("? 22 ", 0) == 0) << r.result;
+    const std::string result =
+        wsgate_test::withFailure(cds.handle(), skip, [&] { return fetch("/Dev", 6).result; });
+    EXPECT_TRUE(result.rfind("? 32 ", 0) == 0 || result.rfind("? 22 ", 0) == 0) << result;
   }
 }
 

@@ -11,54 +11,38 @@
 
 namespace {
 
-using toolkit::CElement;
 using toolkit::CEvent;
+using wsgate_test::typed;
 
-constexpr timeval kStamp{1700000000, 250000};  // 1700000000250 in platform time
+const std::string kChanged = "/Software/System Settings/Configuration Changed";
 
-CElement boolean(bool b) {
-  CElement v;
-  v.set_bool(b);
-  return v;
-}
-CElement uint(uint32_t u) {
-  CElement v;
-  v.set_uint(u);
-  return v;
-}
-CElement real(double d) {
-  CElement v;
-  v.set_real(d);
-  return v;
-}
-
-CEvent record(int32_t kind, const std::string& path, const CElement& value,
+// A record of `kind` for the leaf `path` holding `text` as a `type`.
+CEvent record(int32_t kind, const std::string& path, const char* type, const char* text,
               uint16_t quality = CEvent::kQualityGood, const std::string& message = "") {
   CEvent e;
   e.kind = kind;
   e.source_path = path;
-  e.value = value;
+  e.value = typed(type, text);
   e.set_quality(quality);
   e.message = message;
   e.event_id = 42;
   e.sequence_index = 7;
-  e.timestamp = kStamp;
+  e.timestamp = {1700000000, 250000};
   return e;
 }
 
 CEvent levelRecord(uint32_t level, const std::string& message = "") {
-  CEvent e = record(CEvent::kKindSystemLevel, "/Temp/Value", real(1), 0, message);
+  CEvent e = record(CEvent::kKindSystemLevel, "/Temp/Value", "Real", "1", 0, message);
   e.level_quality = level;
   return e;
 }
 
 std::string text(const std::string* s) {
-  return s == nullptr ? "-" : "'" + *s + "'";
+  return s == nullptr ? "-" : *s;
 }
 
-const char* const kEventTypes[] = {"Event", "Alarm", "StructureChanged", "LostEvent"};
-
-// The fields of an event on one line; "-" for an absent element, "none" for no object.
+// The fields of an event on one line: type, source, value, numeric value, 'description' and
+// quality; "-" for an absent element, "none" for no object.
 std::string describe(const nss1__Event* e) {
   if (e == nullptr) return "none";
   EXPECT_EQ(e->EventId, 42u);
@@ -66,18 +50,9 @@ std::string describe(const nss1__Event* e) {
   EXPECT_EQ(e->Time, 1700000000250);
   EXPECT_EQ(e->ComtradeWaveformUrls, nullptr);
   EXPECT_EQ(e->Details, nullptr);
-  return std::string(kEventTypes[e->EventType]) + " " + text(e->SourcePath) + " value " +
-         text(e->Value) + " numeric " + text(e->NumericValue) + " desc " + text(e->Description) +
-         " quality " + text(e->Quality);
-}
-
-std::string describe(const nss1__PublishedValue* p) {
-  if (p == nullptr) return "none";
-  EXPECT_EQ(p->Time, 1700000000250);
-  EXPECT_FALSE(p->RealTime);
-  EXPECT_TRUE(p->Trend);
-  return text(p->Path) + " value " + text(p->Value) + " numeric " + text(p->NumericValue) +
-         " quality " + std::to_string(p->Quality);
+  const char* const types[] = {"Event", "Alarm", "StructureChanged", "LostEvent"};
+  return std::string(types[e->EventType]) + " " + text(e->SourcePath) + " " + text(e->Value) + " " +
+         text(e->NumericValue) + " '" + text(e->Description) + "' " + text(e->Quality);
 }
 
 class EventRecordsTest : public wsgate_test::ValuesTest {
@@ -86,47 +61,35 @@ class EventRecordsTest : public wsgate_test::ValuesTest {
 };
 
 TEST_F(EventRecordsTest, EventRecords) {
-  const std::string changed = "/Software/System Settings/Configuration Changed";
   const struct {
     CEvent record;
     std::string expected;
   } cases[] = {
       // Sources: a Value leaf is its node, with state texts and their numbers; another leaf
       // is NODE:ATTRIBUTE; the root stays "/".
-      {record(8, "/Fan/Value", boolean(true)),
-       "Event '/Fan' value 'On' numeric '1' desc '' quality -"},
-      {record(8, "/Online/Value", boolean(false)),
-       "Event '/Online' value 'false' numeric '0' desc '' quality -"},
-      {record(8, "/Mode/Value", uint(2)),
-       "Event '/Mode' value 'Manual' numeric '2' desc '' quality -"},
-      {record(8, "/Count/Value", uint(9)), "Event '/Count' value '9' numeric - desc '' quality -"},
-      {record(8, "/Temp/Value", real(21.5)),
-       "Event '/Temp' value '21.5' numeric - desc '' quality -"},
-      {record(8, "/Temp/.HiCriticalLimit", real(30)),
-       "Event '/Temp:.HiCriticalLimit' value '30' numeric - desc '' quality -"},
-      {record(8, "/Fan/.AlarmOnValue", boolean(true)),
-       "Event '/Fan:.AlarmOnValue' value 'true' numeric - desc '' quality -"},
-      {record(8, "/", real(1)), "Event '/' value '1' numeric - desc '' quality -"},
+      {record(8, "/Fan/Value", "Boolean", "true"), "Event /Fan On 1 '' -"},
+      {record(8, "/Online/Value", "Boolean", "false"), "Event /Online false 0 '' -"},
+      {record(8, "/Mode/Value", "Unsigned", "2"), "Event /Mode Manual 2 '' -"},
+      {record(8, "/Count/Value", "Unsigned", "9"), "Event /Count 9 - '' -"},
+      {record(8, "/Temp/.HiCriticalLimit", "Real", "30"), "Event /Temp:.HiCriticalLimit 30 - '' -"},
+      {record(8, "/Fan/.AlarmOnValue", "Boolean", "true"), "Event /Fan:.AlarmOnValue true - '' -"},
+      {record(8, "/", "Real", "1"), "Event / 1 - '' -"},
       // Quality: absent when good, else the code; a level-coded record always reads good.
-      {record(8, "/Temp/Value", real(1), 0, "Lost"),
-       "Event '/Temp' value '1' numeric - desc 'Lost' quality '0'"},
-      {record(8, "/Temp/Value", real(1), 64),
-       "Event '/Temp' value '1' numeric - desc '' quality '64'"},
-      {levelRecord(1),
-       "Event '/Temp' value '1' numeric - desc 'Informational Event' quality '192'"},
-      {levelRecord(2), "Event '/Temp' value '1' numeric - desc 'Cautionary Event' quality '192'"},
-      {levelRecord(3), "Event '/Temp' value '1' numeric - desc 'Critical Event' quality '192'"},
-      {levelRecord(9), "Event '/Temp' value '1' numeric - desc 'System Event' quality '192'"},
-      {levelRecord(3, "Disk full"),
-       "Event '/Temp' value '1' numeric - desc 'Disk full' quality '192'"},
+      {record(8, "/Temp/Value", "Real", "1", 0, "Lost"), "Event /Temp 1 - 'Lost' 0"},
+      {record(8, "/Temp/Value", "Real", "1", 64), "Event /Temp 1 - '' 64"},
+      {levelRecord(1), "Event /Temp 1 - 'Informational Event' 192"},
+      {levelRecord(2), "Event /Temp 1 - 'Cautionary Event' 192"},
+      {levelRecord(3), "Event /Temp 1 - 'Critical Event' 192"},
+      {levelRecord(9), "Event /Temp 1 - 'System Event' 192"},
+      {levelRecord(3, "Disk full"), "Event /Temp 1 - 'Disk full' 192"},
       // "/Software" is not shown, except a configuration change to true.
-      {record(8, "/Software/Data Servers/X/Value", boolean(true)), "none"},
-      {record(8, "/SoftwareUpdate/Value", boolean(true)), "none"},
-      {record(8, changed + "/Value", boolean(false)), "none"},
-      {record(8, changed + "/Value", boolean(true)),
-       "StructureChanged '/' value - numeric - desc 'Device Node Structure Changed' quality -"},
-      {record(8, changed, boolean(true), 0, "Reloaded"),
-       "StructureChanged '/' value - numeric - desc 'Reloaded' quality '0'"},
+      {record(8, "/Software/Data Servers/X/Value", "Boolean", "true"), "none"},
+      {record(8, "/SoftwareUpdate/Value", "Boolean", "true"), "none"},
+      {record(8, kChanged + "/Value", "Boolean", "false"), "none"},
+      {record(8, kChanged + "/Value", "Boolean", "true"),
+       "StructureChanged / - - 'Device Node Structure Changed' -"},
+      {record(8, kChanged, "Boolean", "true", 0, "Reloaded"),
+       "StructureChanged / - - 'Reloaded' 0"},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(describe(buildEvent(soap.get(), cds, c.record)), c.expected) << c.record.source_path;
@@ -134,36 +97,33 @@ TEST_F(EventRecordsTest, EventRecords) {
 }
 
 TEST_F(EventRecordsTest, AlarmRecordsAddTheAlarmFields) {
-  CEvent alarm = record(8, "/Mode/Value", uint(1));
+  CEvent alarm = record(8, "/Mode/Value", "Unsigned", "1");
   alarm.ack_status = 2;
   alarm.condition_present = true;
   alarm.auto_closing = true;
   alarm.variation_level = -3;
   alarm.note = "Seen";
   alarm.base_priority = -100;
-  const nss1__AlarmUpdate* a = buildAlarmEvent(soap.get(), cds, alarm);
-  EXPECT_EQ(describe(a), "Alarm '/Mode' value 'Auto' numeric '1' desc '' quality -");
-  EXPECT_EQ(a->AckStatus, nss1__AckStatus__Closed);
-  EXPECT_TRUE(a->ConditionPresent);
-  EXPECT_TRUE(a->AutoClosing);
-  EXPECT_EQ(a->VariationLevel, -3);
-  EXPECT_EQ(text(a->Note), "'Seen'");
-  EXPECT_EQ(text(a->BasePriority), "'-100'");
-
-  // No note and no priority: both absent.
-  alarm.note.clear();
+  auto fields = [&] {
+    const nss1__AlarmUpdate* a = buildAlarmEvent(soap.get(), cds, alarm);
+    if (a == nullptr) return std::string("none");
+    return describe(a) + " ack " + std::to_string(a->AckStatus) + " var " +
+           std::to_string(a->VariationLevel) + (a->ConditionPresent ? " raised" : "") +
+           (a->AutoClosing ? " auto" : "") + " note " + text(a->Note) + " prio " +
+           text(a->BasePriority);
+  };
+  EXPECT_EQ(fields(), "Alarm /Mode Auto 1 '' - ack 2 var -3 raised auto note Seen prio -100");
+  alarm.note.clear();  // no note and no priority: both absent
   alarm.base_priority = 0;
-  a = buildAlarmEvent(soap.get(), cds, alarm);
-  EXPECT_EQ(a->Note, nullptr);
-  EXPECT_EQ(a->BasePriority, nullptr);
-
+  EXPECT_EQ(fields(), "Alarm /Mode Auto 1 '' - ack 2 var -3 raised auto note - prio -");
   // A structure change reported by the alarm log is still an alarm.
-  alarm.source_path = "/Software/System Settings/Configuration Changed/Value";
-  alarm.value = boolean(true);
-  EXPECT_EQ(describe(buildAlarmEvent(soap.get(), cds, alarm)),
-            "Alarm '/' value - numeric - desc 'Device Node Structure Changed' quality -");
-  alarm.value = boolean(false);
-  EXPECT_EQ(buildAlarmEvent(soap.get(), cds, alarm), nullptr);
+  alarm.source_path = kChanged + "/Value";
+  alarm.value = typed("Boolean", "true");
+  EXPECT_EQ(fields(),
+            "Alarm / - - 'Device Node Structure Changed' - ack 2 var -3 raised auto "
+            "note - prio -");
+  alarm.value = typed("Boolean", "false");
+  EXPECT_EQ(fields(), "none");
 }
 
 TEST_F(EventRecordsTest, DeltaRecords) {
@@ -171,39 +131,39 @@ TEST_F(EventRecordsTest, DeltaRecords) {
     CEvent record;
     std::string expected;
   } cases[] = {
-      {record(1, "/Fan/Value", boolean(false)), "'/Fan' value 'Off' numeric '0' quality 192"},
-      {record(1, "/Mode/Value", uint(0), 0), "'/Mode' value 'Off' numeric '0' quality 0"},
-      {record(1, "/Temp/Minimum", real(-1.5), 16),
-       "'/Temp:Minimum' value '-1.5' numeric - quality 16"},
+      {record(1, "/Fan/Value", "Boolean", "false"), "/Fan Off 0 192"},
+      {record(1, "/Mode/Value", "Unsigned", "0", 0), "/Mode Off 0 0"},
+      {record(1, "/Temp/Minimum", "Real", "-1.5", 16), "/Temp:Minimum -1.5 - 16"},
       // Even a configuration change is not a published value.
-      {record(1, "/Software/System Settings/Configuration Changed/Value", boolean(true)), "none"},
+      {record(1, kChanged + "/Value", "Boolean", "true"), "none"},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(describe(vtxPublishedValue(soap.get(), cds, c.record)), c.expected)
-        << c.record.source_path;
+    const nss1__PublishedValue* p = vtxPublishedValue(soap.get(), cds, c.record);
+    if (p != nullptr) {
+      EXPECT_EQ(p->Time, 1700000000250);
+      EXPECT_TRUE(p->Trend && !p->RealTime);
+    }
+    EXPECT_EQ(p == nullptr ? "none"
+                           : text(p->Path) + " " + text(p->Value) + " " + text(p->NumericValue) +
+                                 " " + std::to_string(p->Quality),
+              c.expected);
   }
 }
 
 // The active alarm table passes its source paths as the store holds them.
 TEST_F(EventRecordsTest, SourcesNotYetNormalized) {
   const struct {
-    const char* path;
-    CElement value;
-    const char* source;
-    const char* value_text;
-    const char* numeric;
+    const char *path, *type, *value, *expected;
   } cases[] = {
-      {"/Fan", boolean(true), "/Fan", "On", "1"},
-      {"//Mode/", uint(2), "/Mode", "Manual", "2"},
-      {"/Temp:.HiCriticalLimit", real(30), "/Temp:.HiCriticalLimit", "30", nullptr},
-      {"/Gone/Point", real(1), "/Gone:Point", "1", nullptr},
-      {"no path", real(1), ":no path", "1", nullptr},
+      {"/Fan", "Boolean", "true", "/Fan On 1"},
+      {"//Mode/", "Unsigned", "2", "/Mode Manual 2"},
+      {"/Temp:.HiCriticalLimit", "Real", "30", "/Temp:.HiCriticalLimit 30 -"},
+      {"/Gone/Point", "Real", "1", "/Gone:Point 1 -"},
+      {"no path", "Real", "1", ":no path 1 -"},
   };
   for (const auto& c : cases) {
-    const EventSource source = formatEventSource(cds, c.path, false, c.value);
-    EXPECT_EQ(source.path, c.source) << c.path;
-    EXPECT_EQ(source.value, c.value_text) << c.path;
-    EXPECT_EQ(source.numeric.value_or("-"), c.numeric != nullptr ? c.numeric : "-") << c.path;
+    const EventSource s = formatEventSource(cds, c.path, false, typed(c.type, c.value));
+    EXPECT_EQ(s.path + " " + s.value + " " + s.numeric.value_or("-"), c.expected);
   }
 }
 

@@ -2,12 +2,6 @@
 // in a temporary directory, a SOAP context to call the service functions with, and the test
 // clock, so that the operations' retry waits pass without waiting (the clock says how long
 // they took).
-//
-//   TEST_F(LogServiceTest, Something) {
-//     writeTrends({{1, 96}}, {{"/Dev", {{"/Dev/T"}}, {}}});
-//     nsqv__getTrendPeriodsResponse response;
-//     nsqv__getTrendPeriods(soap, nullptr, response);
-//   }
 #ifndef WSGATE_TESTS_UNIT_LOGS_FIXTURE_H
 #define WSGATE_TESTS_UNIT_LOGS_FIXTURE_H
 
@@ -20,8 +14,7 @@
 #include "platform/log.h"
 #include "platform/trend.h"
 #include "platform/vtx.h"
-#include "service/context.h"
-#include "soapH.h"
+#include "soap_fixture.h"
 #include "store_fixture.h"
 
 namespace wsgate_test {
@@ -34,20 +27,17 @@ class LogServiceTest : public ::testing::Test {
   static constexpr vtx_time64_t kNow = 1700000000000;
 
   LogServiceTest() {
-    soap = soap_new();
-    soap->user = &context;
-    context.logs.delta_log_path = dir_.dir() + "/deadband.db";
-    context.logs.event_log_path = dir_.dir() + "/alarms.db";
-    context.logs.system_log_path = dir_.dir() + "/system.db";
-    context.logs.trend_log_path = dir_.dir() + "/interval-trends.db";
+    for (auto [path, name] : {std::pair{&context.logs.delta_log_path, "/deadband.db"},
+                              {&context.logs.event_log_path, "/alarms.db"},
+                              {&context.logs.system_log_path, "/system.db"},
+                              {&context.logs.trend_log_path, "/interval-trends.db"}}) {
+      *path = dir_.dir() + name;
+    }
     context.cds.set_handle(dir_.open());
     vtx_SetTestClock(kNow, 0);
   }
   ~LogServiceTest() override {
     context.cds.set_handle(nullptr);
-    soap_destroy(soap);
-    soap_end(soap);
-    soap_free(soap);
     pcd_log_inject_failure(0, 0);
     vtx_ClearTestClock();
   }
@@ -75,8 +65,9 @@ class LogServiceTest : public ::testing::Test {
     return out;
   }
 
-  struct soap* soap = nullptr;
   ServiceContext context;
+  SoapContext soap_context{&context};
+  struct soap* soap = soap_context.get();
 };
 
 }  // namespace wsgate_test

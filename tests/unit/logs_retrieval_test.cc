@@ -10,7 +10,7 @@ namespace {
 using toolkit::CEvent;
 using wsgate_test::LogServiceTest;
 
-constexpr int64_t kSecond = 1000;
+const std::string kTooBig = "? 34 Result Too Big to Return : Please request less than ";
 
 CEvent record(time_t sec, const std::string& path, const std::string& value,
               int32_t kind = CEvent::kKindDelta) {
@@ -23,6 +23,19 @@ CEvent record(time_t sec, const std::string& path, const std::string& value,
   return event;
 }
 
+nsqv__logRetrieveRequest request(int max, bool latest = false, bool reverse = false,
+                                 bool trim = false, int64_t start_s = 0, int64_t end_s = 0) {
+  nsqv__logRetrieveRequest r;
+  r.rqstType = nsqv__LgRqType__LgRqTypDeltas;
+  r.nMaxToReturn = max;
+  r.bLatestEvents = latest;
+  r.bReverseOrder = reverse;
+  r.bTrimIncomplete = trim;
+  r.startTime = start_s * 1000;
+  r.endTime = end_s * 1000;
+  return r;
+}
+
 // The delta log holds a (1000 s), b1 b2 and a /Software record (2000 s), c d (3000 s).
 class LogRetrievalTest : public LogServiceTest {
  protected:
@@ -31,17 +44,6 @@ class LogRetrievalTest : public LogServiceTest {
                  {record(1000, "/A/Value", "a"), record(2000, "/B/Value", "b1"),
                   record(2000, "/C/Value", "b2"), record(2000, "/Software/X/Value", "hidden"),
                   record(3000, "/A/Value", "c"), record(3000, "/D/Value", "d")});
-  }
-
-  static nsqv__logRetrieveRequest request(int max, bool latest = false, bool reverse = false,
-                                          bool trim = false) {
-    nsqv__logRetrieveRequest r;
-    r.rqstType = nsqv__LgRqType__LgRqTypDeltas;
-    r.nMaxToReturn = max;
-    r.bLatestEvents = latest;
-    r.bReverseOrder = reverse;
-    r.bTrimIncomplete = trim;
-    return r;
   }
 
   // Calls getDeltaLog; returns the values joined by " " (or "-" without a list), and sets
@@ -67,44 +69,47 @@ class LogRetrievalTest : public LogServiceTest {
 };
 
 TEST_F(LogRetrievalTest, SelectionOrderAndTrimming) {
-  struct Case {
+  const struct {
     nsqv__logRetrieveRequest request;
-    int64_t start_s, end_s;
     const char* values;
     int trimmed;
   } cases[] = {
-      {request(0), 0, 0, "a b1 b2 c d", 0},  // endTime 0: to the end of the log
-      {request(100), 0, 0, "a b1 b2 c d", 0},
-      {request(2), 0, 0, "a b1", 0},
-      {request(2, true), 0, 0, "c d", 0},
-      {request(2, true, true), 0, 0, "d c", 0},
-      {request(2, false, true), 0, 0, "b1 a", 0},
-      {request(100), 2000, 2000, "b1 b2", 0},
-      {request(100), 2000, 0, "b1 b2 c d", 0},
-      {request(100), 0, 1000, "a", 0},
-      {request(-1), 0, 0, "", 0},
+      {request(0), "a b1 b2 c d", 0},  // endTime 0: to the end of the log
+      {request(2), "a b1", 0},
+      {request(2, true), "c d", 0},
+      {request(2, true, true), "d c", 0},
+      {request(2, false, true), "b1 a", 0},
+      {request(100, false, false, false, 2000, 2000), "b1 b2", 0},
+      {request(100, false, false, false, 2000), "b1 b2 c d", 0},
+      {request(100, false, false, false, 0, 1000), "a", 0},
+      {request(-1), "", 0},
       // The last group was cut: it goes, and the count is the whole group's size.
-      {request(2, false, false, true), 0, 0, "a", 3},
-      {request(3, false, false, true), 0, 0, "a", 3},
-      {request(4, false, false, true), 0, 0, "a b1 b2", 0},  // the whole group fitted
-      {request(2, false, false, true), 2000, 0, "", 3},      // every record was in the group
-      {request(5, true, false, true), 0, 0, "b1 b2 c d", 0},
-      {request(1, true, false, true), 0, 0, "", 2},
-      {request(100, false, false, true), 0, 0, "a b1 b2 c d", 0},  // not full: kept
+      {request(2, false, false, true), "a", 3},
+      {request(3, false, false, true), "a", 3},
+      {request(4, false, false, true), "a b1 b2", 0},  // the whole group fitted
+      {request(2, false, false, true, 2000), "", 3},   // every record was in the group
+      {request(5, true, false, true), "b1 b2 c d", 0},
+      {request(1, true, false, true), "", 2},
+      {request(100, false, false, true), "a b1 b2 c d", 0},  // not full: kept
   };
-  for (Case& c : cases) {
-    c.request.startTime = c.start_s * kSecond;
-    c.request.endTime = c.end_s * kSecond;
+  for (const auto& c : cases) {
     EXPECT_EQ(deltas(c.request), c.values)
-        << "max " << c.request.nMaxToReturn << " from " << c.start_s << " to " << c.end_s
-        << " latest " << c.request.bLatestEvents << " trim " << c.request.bTrimIncomplete;
+        << "max " << c.request.nMaxToReturn << " from " << c.request.startTime << " to "
+        << c.request.endTime << " latest " << c.request.bLatestEvents << " trim "
+        << c.request.bTrimIncomplete;
     EXPECT_EQ(trimmed_, c.trimmed) << c.values;
     EXPECT_EQ(result_, "");
   }
-  nsqv__logRetrieveRequest by_path = request(0);
-  by_path.path = text("/A");
-  EXPECT_EQ(deltas(by_path), "a c");
-  // An absent request reads as one without any element: from the start, up to the limit.
+  nsqv__logRetrieveRequest r = request(0);
+  r.path = text("/A");
+  EXPECT_EQ(deltas(r), "a c");
+  // -1 ms is the second -1, which stands for "no start": a record before 1970 shows.
+  appendEvents(context.logs.delta_log_path, {record(-5, "/Old/Value", "old")});
+  EXPECT_EQ(deltas(request(1, false, false, false, -2)), "a");
+  r = request(1);
+  r.startTime = -1;
+  EXPECT_EQ(deltas(r), "old");
+  // An absent request reads as one without any element: from 1970, up to the limit.
   nsqv__getDeltaLogResponse response;
   ASSERT_EQ(nsqv__getDeltaLog(soap, nullptr, response), SOAP_OK);
   EXPECT_EQ(response.loggedValues->PublishedValue.size(), 5u);
@@ -113,62 +118,41 @@ TEST_F(LogRetrievalTest, SelectionOrderAndTrimming) {
   EXPECT_EQ(events.result, "? 21 No History : Failed to open event log database");
 }
 
-TEST_F(LogRetrievalTest, AStartJustBefore1970MeansNoStart) {
-  appendEvents(context.logs.delta_log_path, {record(-5, "/Old/Value", "old")});
-  nsqv__logRetrieveRequest r = request(1);
-  r.startTime = -1;  // -1 ms: the second -1, which stands for "none"
-  EXPECT_EQ(deltas(r), "old");
-  r.startTime = -2000;
-  EXPECT_EQ(deltas(r), "a");
-}
-
 TEST_F(LogRetrievalTest, TheLimitsFollowTheMaximumRecordsSetting) {
-  const std::string too_big = "? 34 Result Too Big to Return : Please request less than ";
   EXPECT_EQ(deltas(request(10000)), "a b1 b2 c d");
   EXPECT_EQ(deltas(request(10001)), "-");
-  EXPECT_EQ(result_, too_big + "10000 records.");
-  EXPECT_EQ(err_, "");
+  EXPECT_EQ(result_ + err_, kTooBig + "10000 records.");
   context.logs.max_records = 3;
   EXPECT_EQ(deltas(request(0)), "a b1 b2");
   EXPECT_EQ(deltas(request(4)), "-");
-  EXPECT_EQ(result_, too_big + "3 records.");
-
+  EXPECT_EQ(result_, kTooBig + "3 records.");
+  // Event records are counted at four to a delta record.
   nsqv__logRetrieveRequest events = request(1);
   events.rqstType = nsqv__LgRqType__LgRqTypAlarmEvents;
   nsqv__getEventLogResponse response;
   ASSERT_EQ(nsqv__getEventLog(soap, &events, response), SOAP_OK);
-  EXPECT_EQ(response.result, too_big + "0 records.");  // 3 / 4
+  EXPECT_EQ(response.result, kTooBig + "0 records.");
   context.logs.max_records = 10000;
   events.nMaxToReturn = 2501;
   ASSERT_EQ(nsqv__getEventLog(soap, &events, response), SOAP_OK);
-  EXPECT_EQ(response.result, too_big + "2500 records.");
-}
-
-TEST_F(LogRetrievalTest, ALogThatCannotBeOpened) {
-  context.logs.delta_log_path += ".missing";
-  EXPECT_EQ(deltas(request(0)), "-");
-  EXPECT_EQ(result_, "? 21 No History : Failed to open event log database");
-  EXPECT_EQ(err_, "Failed to open database " + context.logs.delta_log_path + ", dbResult = 14 \n");
-  EXPECT_EQ(waitedSeconds(), 0);
+  EXPECT_EQ(response.result, kTooBig + "2500 records.");
 }
 
 TEST_F(LogRetrievalTest, RetriesCountAsSuccessOnlyForTheFirstThreeAttempts) {
   const std::string failed = "? 22 No Data Available : Database retrieval failed with these params";
   const std::string line = "Failed to get events from database " + context.logs.delta_log_path;
-  struct Case {
+  const struct {
     int failures;
     const char* values;
-    std::string result;
-    std::string err;
+    std::string result, err;
   } cases[] = {
-      {1, "a b1 b2 c d", "", ""},
       {2, "a b1 b2 c d", "", ""},
       {3, "a b1 b2 c d", failed, line + ", dbResult = 0 \n"},  // a late success keeps its records
       {4, "a b1 b2 c d", failed, line + ", dbResult = 0 \n"},
       {5, "-", failed, line + ", dbResult = 5 \n"},
   };
   double before = 0;
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     pcd_log_inject_failure(0, c.failures);
     EXPECT_EQ(deltas(request(0)), c.values) << c.failures;
     EXPECT_EQ(result_, c.result) << c.failures;
@@ -181,6 +165,13 @@ TEST_F(LogRetrievalTest, RetriesCountAsSuccessOnlyForTheFirstThreeAttempts) {
   EXPECT_EQ(deltas(request(2, false, false, true)), "a b1");
   EXPECT_EQ(trimmed_, 0);
   EXPECT_EQ(result_, "");
+  // A log that cannot be opened is not retried.
+  before = waitedSeconds();
+  context.logs.delta_log_path += ".missing";
+  EXPECT_EQ(deltas(request(0)), "-");
+  EXPECT_EQ(result_, "? 21 No History : Failed to open event log database");
+  EXPECT_EQ(err_, "Failed to open database " + context.logs.delta_log_path + ", dbResult = 14 \n");
+  EXPECT_EQ(waitedSeconds(), before);
 }
 
 TEST_F(LogServiceTest, EventLogsByRequestTypeWithAlarmsAsAlarmUpdates) {
@@ -199,23 +190,24 @@ TEST_F(LogServiceTest, EventLogsByRequestTypeWithAlarmsAsAlarmUpdates) {
             0);
   for (auto type : {nsqv__LgRqType__LgRqTypAlarmEvents, nsqv__LgRqType__LgRqTypSystemEvents,
                     nsqv__LgRqType__LgRqTypDeltas}) {
-    nsqv__logRetrieveRequest r;
+    nsqv__logRetrieveRequest r = request(0);
     r.rqstType = type;
     nsqv__getEventLogResponse response;
     ASSERT_EQ(nsqv__getEventLog(soap, &r, response), SOAP_OK);
     EXPECT_EQ(response.result, "");
-    const std::vector<nss1__Event*>& events = response.events->Event;
-    if (type != nsqv__LgRqType__LgRqTypAlarmEvents) {  // the system log
-      ASSERT_EQ(events.size(), 1u);
-      EXPECT_EQ(*events[0]->Description, "Critical Event");
-      continue;
+    std::string described;
+    for (const nss1__Event* e : response.events->Event) {
+      auto text = [](const std::string* s) { return s != nullptr ? *s : "-"; };
+      described += std::string(e->soap_type() == SOAP_TYPE_nss1__AlarmUpdate ? " alarm " : " ") +
+                   text(e->SourcePath) + " " + text(e->Value) + " '" + text(e->Description) + "'";
+      if (e->soap_type() == SOAP_TYPE_nss1__AlarmUpdate) {
+        EXPECT_EQ(static_cast<const nss1__AlarmUpdate*>(e)->AckStatus, nss1__AckStatus__Acked);
+      }
     }
-    ASSERT_EQ(events.size(), 2u);  // the /Software record is left out
-    ASSERT_EQ(events[0]->soap_type(), SOAP_TYPE_nss1__AlarmUpdate);
-    EXPECT_EQ(static_cast<nss1__AlarmUpdate*>(events[0])->AckStatus, nss1__AckStatus__Acked);
-    EXPECT_EQ(*events[0]->Value, "On");  // the state text, from the store
-    EXPECT_EQ(events[1]->soap_type(), SOAP_TYPE_nss1__Event);
-    EXPECT_EQ(*events[1]->SourcePath, "/E");
+    // The /Software record is left out; an alarm's value is its state text, from the store.
+    EXPECT_EQ(described, type == nsqv__LgRqType__LgRqTypAlarmEvents ? " alarm /Fan On '' /E e ''"
+                                                                    : " /  'Critical Event'")
+        << type;
   }
 }
 

@@ -2,6 +2,7 @@
 // parameters, the limits, the NaN rule, the retries, and every error text with its line on
 // standard error.
 #include <cmath>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -11,8 +12,15 @@ namespace {
 
 using namespace toolkit::trend;
 using wsgate_test::LogServiceTest;
+using Request = nsqv__getTrendDataRequest;
 
 const double kNaN = std::nan("");
+const std::string kNoPeriods = "? 21 No History : No Trend periods data matching the request.";
+const std::string kUnknown = "? 21 No History : No Trend data found for this device.";
+const std::string kNoParams = "? 21 No History : Failed to get Trend parameters for this device";
+const std::string kTooBig = "? 34 Result Too Big to Return : Please request less than ";
+const std::string kFailed =
+    "? 22 No Data Available : Trend data retrieval failed with these params";
 
 // Periods 1 (96) and 2 (24); /Dev trends /Dev/A and /Dev/B (PF, no minimum) with snapshots
 // at 1000 s and 2000 s (period 1) and 1500 s (period 2); /Empty trends nothing.
@@ -29,8 +37,8 @@ class TrendServiceTest : public LogServiceTest {
   }
 
   // A request for /Dev's /Dev/A of every period, all of the log, ascending.
-  nsqv__getTrendDataRequest request(int max = 0) {
-    nsqv__getTrendDataRequest r;
+  Request request(int max = 0) {
+    Request r;
     r.options = nullptr;
     r.devicePath = text("/Dev");
     r.pointPaths = soap_new_nsqv__ArrayOfString(soap);
@@ -45,28 +53,26 @@ class TrendServiceTest : public LogServiceTest {
     return r;
   }
 
-  // Calls getTrendData; returns the result, and the first sample's actual values joined.
-  std::string data(nsqv__getTrendDataRequest r, std::string* values = nullptr,
-                   std::string* err = nullptr) {
+  // Calls getTrendData: the result, then the snapshots' first actual values (or "-" without
+  // data); the standard error output goes to err_.
+  std::string data(Request r) {
     nsqv__getTrendDataResponse response;
     testing::internal::CaptureStderr();
     EXPECT_EQ(nsqv__getTrendData(soap, &r, response), SOAP_OK);
-    std::string written = testing::internal::GetCapturedStderr();
-    if (err != nullptr) *err = written;
-    if (values != nullptr) {
-      values->clear();
-      if (response.data != nullptr) {
-        for (const nsqv__stSnapshot& s : response.data->samples->stSnapshot) {
-          if (!values->empty()) *values += " ";
-          *values += std::to_string(static_cast<int>(s.data->stSample.at(0).actual));
-        }
-      }
-    }
+    err_ = testing::internal::GetCapturedStderr();
     last_data_ = response.data;
-    return response.result;
+    if (response.data == nullptr) return response.result + " -";
+    std::string values;
+    for (const nsqv__stSnapshot& s : response.data->samples->stSnapshot) {
+      values += " " + (s.data->stSample.empty()
+                           ? std::string("x")
+                           : std::to_string(static_cast<int>(s.data->stSample.at(0).actual)));
+    }
+    return response.result + values;
   }
 
   nsqv__stDeviceData* last_data_ = nullptr;
+  std::string err_;
 };
 
 TEST_F(TrendServiceTest, PeriodsAndParamsInTheLogsOrder) {
@@ -77,176 +83,144 @@ TEST_F(TrendServiceTest, PeriodsAndParamsInTheLogsOrder) {
   EXPECT_EQ(periods.periodProperties->stPeriodProperties[1].period, 2u);
   EXPECT_EQ(periods.periodProperties->stPeriodProperties[1].max_entries, 24u);
 
-  nsqv__getDeviceTrendParamsResponse params;
-  testing::internal::CaptureStderr();
-  ASSERT_EQ(nsqv__getDeviceTrendParams(soap, nullptr, text("/Dev"), params), SOAP_OK);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "Returning 2 Trend parameters for device /Dev. \n");
-  EXPECT_EQ(params.result, "OK");
-  ASSERT_EQ(params.deviceParams->stParamProperties.size(), 2u);
-  const nsqv__stParamProperties& b = params.deviceParams->stParamProperties[1];
-  EXPECT_EQ(*b.path, "/Dev/B");
-  EXPECT_EQ(b.type, nsqv__SampleType__SAMPLE_TYPE_PF);
-  EXPECT_FALSE(b.hasMin);
-  EXPECT_TRUE(b.hasMax && b.hasAvg && b.hasActual);
-}
-
-TEST_F(TrendServiceTest, DeviceErrorsAndTheKeptEmptyParameterCase) {
-  const std::string unknown = "? 21 No History : No Trend data found for this device.";
-  const std::string no_params = "? 21 No History : Failed to get Trend parameters for this device";
-  struct Case {
+  const struct {
     std::string* device;
-    const char* result;
-    const char* err;
+    std::string result, err;
+    size_t params;
   } cases[] = {
-      {text("/Nope"), unknown.c_str(), "No Trend data found for device /Nope. \n"},
-      {nullptr, unknown.c_str(), "No Trend data found for device . \n"},
-      {text("/Dev/A"), unknown.c_str(), "No Trend data found for device /Dev/A. \n"},
+      {text("/Dev"), "OK", "Returning 2 Trend parameters for device /Dev. \n", 2},
+      {text("/Nope"), kUnknown, "No Trend data found for device /Nope. \n", 0},
+      {nullptr, kUnknown, "No Trend data found for device . \n", 0},
+      {text("/Dev/A"), kUnknown, "No Trend data found for device /Dev/A. \n", 0},
       // No parameter: the error line, then "OK" with an empty list (kept as it is).
       {text("/Empty"), "OK",
        "Failed to get Trend parameters for device /Empty. \n"
-       "Returning 0 Trend parameters for device /Empty. \n"},
+       "Returning 0 Trend parameters for device /Empty. \n",
+       0},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     nsqv__getDeviceTrendParamsResponse response;
     testing::internal::CaptureStderr();
     ASSERT_EQ(nsqv__getDeviceTrendParams(soap, nullptr, c.device, response), SOAP_OK);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), c.err);
     EXPECT_EQ(response.result, c.result);
+    EXPECT_EQ(response.deviceParams ? response.deviceParams->stParamProperties.size() : 0,
+              c.params);
+    if (c.params == 0) continue;
+    const nsqv__stParamProperties& b = response.deviceParams->stParamProperties[1];
+    EXPECT_EQ(*b.path, "/Dev/B");
+    EXPECT_EQ(b.type, nsqv__SampleType__SAMPLE_TYPE_PF);
+    EXPECT_TRUE(!b.hasMin && b.hasMax && b.hasAvg && b.hasActual);
   }
 }
 
-TEST_F(TrendServiceTest, TheLimitFollowsTheMaximumRecordsSetting) {
-  std::string values;
-  const std::string too_big = "? 34 Result Too Big to Return : Please request less than ";
-  EXPECT_EQ(data(request(833), &values), "OK");
-  EXPECT_EQ(values, "4 8 12");
-  EXPECT_EQ(data(request(834)), too_big + "833 records.");
-  context.logs.max_records = 24;  // limit 2
-  EXPECT_EQ(data(request(3)), too_big + "2 records.");
-  EXPECT_EQ(data(request(0), &values), "OK");  // 0: the limit
-  EXPECT_EQ(values, "4 8");
-  EXPECT_EQ(data(request(-1), &values), "OK");
-  EXPECT_EQ(values, "");
-  nsqv__getTrendDataRequest r = request(3);
-  r.options = text("errorString=TOO MANY");
-  EXPECT_EQ(data(r), "TOO MANY");
-}
-
-TEST_F(TrendServiceTest, SelectionOrderAndOffset) {
-  std::string values;
-  nsqv__getTrendDataRequest r = request();
-  r.periods->period = {2, 7};
-  EXPECT_EQ(data(r, &values), "OK");
-  EXPECT_EQ(values, "8");
-  r = request();
-  r.ascendingOrder = false;
-  r.startingOffset = 1;
-  EXPECT_EQ(data(r, &values), "OK");
-  EXPECT_EQ(values, "8 4");
-  r = request();
-  r.startTime = 1500000;  // ms: 1500 s to 1999 s, both ends included
-  r.endTime = 1999999;
-  EXPECT_EQ(data(r, &values), "OK");
-  EXPECT_EQ(values, "8");
-  r.endTime = 2000999;  // a bound within a second counts as that second
-  EXPECT_EQ(data(r, &values), "OK");
-  EXPECT_EQ(values, "8 12");
-  EXPECT_EQ(last_data_->samples->stSnapshot[1].timestamp, 2000000);
-  EXPECT_EQ(last_data_->samples->stSnapshot[1].percent_valid, 75);
-}
-
-TEST_F(TrendServiceTest, PeriodAndParameterErrors) {
-  const std::string no_periods = "? 21 No History : No Trend periods data matching the request.";
-  nsqv__getTrendDataRequest r = request();
-  r.periods->period.clear();  // an empty list keeps no period
-  std::string err;
-  EXPECT_EQ(data(r, nullptr, &err), no_periods);
-  EXPECT_EQ(err, "No Trend periods data matching the request. \n");
-  r.periods = nullptr;
-  EXPECT_EQ(data(r), no_periods);
-  nsqv__getTrendDataResponse absent;  // an absent request has no period either
+// Each row changes the request for /Dev/A of every period and looks at the answer.
+TEST_F(TrendServiceTest, SelectionLimitsAndErrors) {
+  const struct {
+    std::function<void(Request&)> change;
+    std::string answer;
+    const char* err;  // null: not looked at
+  } cases[] = {
+      {[](Request& r) { r.nMaxToReturn = 833; }, "OK 4 8 12", ""},
+      {[](Request& r) { r.nMaxToReturn = 834; }, kTooBig + "833 records. -", ""},
+      {[](Request& r) { r.nMaxToReturn = -1; }, "OK", ""},
+      {[this](Request& r) {
+         r.nMaxToReturn = 834;
+         r.options = text("errorString=TOO MANY");
+       },
+       "TOO MANY -", nullptr},
+      {[](Request& r) {
+         r.periods->period = {2, 7};
+       },
+       "OK 8", ""},
+      {[](Request& r) {
+         r.ascendingOrder = false;
+         r.startingOffset = 1;
+       },
+       "OK 8 4", ""},
+      // Times in ms, both ends included; a bound within a second counts as that second.
+      {[](Request& r) {
+         r.startTime = 1500000;
+         r.endTime = 1999999;
+       },
+       "OK 8", ""},
+      {[](Request& r) {
+         r.startTime = 1500000;
+         r.endTime = 2000999;
+       },
+       "OK 8 12", ""},
+      {[](Request& r) { r.periods->period.clear(); }, kNoPeriods + " -",
+       "No Trend periods data matching the request. \n"},
+      {[](Request& r) { r.periods = nullptr; }, kNoPeriods + " -", nullptr},
+      {[this](Request& r) { r.devicePath = text("/Nope"); }, kUnknown + " -", nullptr},
+      // Point paths that name no parameter: the error line, then "OK" with no parameter.
+      {[](Request& r) { r.pointPaths->string = {"/Dev/Nope"}; }, "OK x x x",
+       "Failed to get Trend parameters for device /Dev. \n"},
+  };
+  for (const auto& c : cases) {
+    Request r = request();
+    c.change(r);
+    EXPECT_EQ(data(r), c.answer);
+    if (c.err != nullptr) {
+      EXPECT_EQ(err_, c.err) << c.answer;
+    }
+  }
+  EXPECT_EQ(last_data_->params->stParamProperties.size(), 0u);
+  context.logs.max_records = 24;  // a limit of 2
+  EXPECT_EQ(data(request(3)), kTooBig + "2 records. -");
+  EXPECT_EQ(data(request(0)), "OK 4 8");  // 0: the limit
+  nsqv__getTrendDataResponse absent;      // an absent request has no period
   testing::internal::CaptureStderr();
   ASSERT_EQ(nsqv__getTrendData(soap, nullptr, absent), SOAP_OK);
   testing::internal::GetCapturedStderr();
-  EXPECT_EQ(absent.result, no_periods);
-  r = request();
-  r.devicePath = text("/Nope");
-  EXPECT_EQ(data(r, nullptr, &err), "? 21 No History : No Trend data found for this device.");
-  // Point paths that name no parameter: the error line, then "OK" with no parameter at all.
-  r = request();
-  r.pointPaths->string = {"/Dev/Nope"};
-  EXPECT_EQ(data(r, nullptr, &err), "OK");
-  EXPECT_EQ(err, "Failed to get Trend parameters for device /Dev. \n");
-  EXPECT_TRUE(last_data_->params->stParamProperties.empty());
-  ASSERT_EQ(last_data_->samples->stSnapshot.size(), 3u);
-  EXPECT_TRUE(last_data_->samples->stSnapshot[0].data->stSample.empty());
+  EXPECT_EQ(absent.result, kNoPeriods);
 }
 
 TEST_F(TrendServiceTest, ParametersKeepTheDevicesOrderAndNaNIsSentAsAnInvalidZero) {
-  nsqv__getTrendDataRequest r = request();
+  Request r = request();
   r.pointPaths->string = {"/Dev/B", "/Dev/A"};
   r.periods->period = {1};
-  ASSERT_EQ(data(r), "OK");
-  const auto& params = last_data_->params->stParamProperties;
-  ASSERT_EQ(params.size(), 2u);
-  EXPECT_EQ(*params[0].path, "/Dev/A");
+  ASSERT_EQ(data(r), "OK 4 12");
+  EXPECT_EQ(*last_data_->params->stParamProperties.at(0).path, "/Dev/A");
+  EXPECT_EQ(last_data_->samples->stSnapshot[1].timestamp, 2000000);
+  EXPECT_EQ(last_data_->samples->stSnapshot[1].percent_valid, 75);
   const nsqv__stSample& b = last_data_->samples->stSnapshot[1].data->stSample.at(1);
-  EXPECT_EQ(b.min, 0);
-  EXPECT_FALSE(b.minValid);
-  EXPECT_EQ(b.max, 0.7);
-  EXPECT_TRUE(b.maxValid);
-  EXPECT_EQ(b.avg, 0);
-  EXPECT_FALSE(b.avgValid);
-  EXPECT_EQ(b.actual, 0.6);
-  EXPECT_TRUE(b.actualValid);
+  EXPECT_EQ((std::vector<double>{b.min, b.max, b.avg, b.actual}),
+            (std::vector<double>{0, 0.7, 0, 0.6}));
+  EXPECT_EQ((std::vector<bool>{b.minValid, b.maxValid, b.avgValid, b.actualValid}),
+            (std::vector<bool>{false, true, false, true}));
   r.pointPaths = nullptr;  // absent: every parameter
-  ASSERT_EQ(data(r), "OK");
+  ASSERT_EQ(data(r), "OK 4 12");
   EXPECT_EQ(last_data_->params->stParamProperties.size(), 2u);
 }
 
-// Fails the Nth call of the trend log once: get_periods, get_devices, get_params, then the
-// first read of the data, which the retry recovers after one wait.
+// Fails the Nth call of the trend log, once or several times: get_periods, get_devices,
+// get_params, then the reads of the data, retried one second apart; a success after the
+// third attempt keeps its data but is reported as a failure.
 TEST_F(TrendServiceTest, EachFailedLogCallHasItsText) {
-  const char* expected[] = {
-      "? 21 No History : No Trend periods data matching the request.",
-      "? 21 No History : No Trending devices found.",
-      "? 21 No History : Failed to get Trend parameters for this device",
-      "OK",
-  };
-  for (int n = 0; n < 4; ++n) {
-    pcd_log_inject_failure(n, 1);
-    EXPECT_EQ(data(request()), expected[n]) << "call " << n;
-  }
-  EXPECT_EQ(waitedSeconds(), 1);
-}
-
-TEST_F(TrendServiceTest, RetriesCountAsSuccessOnlyForTheFirstThreeAttempts) {
-  const std::string failed =
-      "? 22 No Data Available : Trend data retrieval failed with these params";
-  struct Case {
-    int failures;
-    const char* result;
-    bool has_data;
+  const struct {
+    int call, failures;
+    std::string answer;
+    const char* err;
     double waited;
   } cases[] = {
-      {2, "OK", true, 2},
-      {3, failed.c_str(), true, 3},  // a late success keeps its data
-      {4, failed.c_str(), true, 4},
-      {5, failed.c_str(), false, 5},
+      {0, 1, kNoPeriods + " -", nullptr, 0},
+      {1, 1, "? 21 No History : No Trending devices found. -", nullptr, 0},
+      {2, 1, kNoParams + " -", nullptr, 0},
+      {3, 2, "OK 4 8 12", "", 2},
+      {3, 3, kFailed + " 4 8 12", "Failed to get Trend data, retval = 0 \n", 3},
+      {3, 4, kFailed + " 4 8 12", "Failed to get Trend data, retval = 0 \n", 4},
+      {3, 5, kFailed + " -", "Failed to get Trend data, retval = 5 \n", 5},
   };
   double before = 0;
-  for (const Case& c : cases) {
-    pcd_log_inject_failure(3, c.failures);  // after get_periods, get_devices and get_params
-    std::string values, err;
-    EXPECT_EQ(data(request(), &values, &err), c.result) << c.failures;
-    EXPECT_EQ(last_data_ != nullptr, c.has_data) << c.failures;
-    EXPECT_EQ(waitedSeconds() - before, c.waited) << c.failures;
-    before = waitedSeconds();
-    if (c.result != std::string("OK")) {
-      EXPECT_EQ(err, c.has_data ? "Failed to get Trend data, retval = 0 \n"
-                                : "Failed to get Trend data, retval = 5 \n");
+  for (const auto& c : cases) {
+    pcd_log_inject_failure(c.call, c.failures);
+    EXPECT_EQ(data(request()), c.answer) << c.call << " " << c.failures;
+    if (c.err != nullptr) {
+      EXPECT_EQ(err_, c.err);
     }
+    EXPECT_EQ(waitedSeconds() - before, c.waited) << c.call << " " << c.failures;
+    before = waitedSeconds();
   }
 }
 
@@ -267,17 +241,16 @@ TEST_F(LogServiceTest, AFailedOpenIsRetriedByTheNextRequest) {
   EXPECT_EQ(data.result, "? 21 No History : Failed to open trend log database");
 
   writeTrends({{3, 1}}, {});
-  nsqv__getTrendPeriodsResponse again;
-  ASSERT_EQ(nsqv__getTrendPeriods(soap, nullptr, again), SOAP_OK);
-  EXPECT_EQ(again.result, "OK");
+  ASSERT_EQ(nsqv__getTrendPeriods(soap, nullptr, response), SOAP_OK);
+  EXPECT_EQ(response.result, "OK");
   ASSERT_NE(context.trend_log, nullptr);
   // The reader is kept: a later failure of its read is not an open failure.
   pcd_log_inject_failure(0, 1);
   testing::internal::CaptureStderr();
-  ASSERT_EQ(nsqv__getTrendPeriods(soap, nullptr, again), SOAP_OK);
+  ASSERT_EQ(nsqv__getTrendPeriods(soap, nullptr, response), SOAP_OK);
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "Failed to get Trends periods in " + context.logs.trend_log_path + " \n");
-  EXPECT_EQ(again.result, "? 21 No History : No Trend periods data.");
+  EXPECT_EQ(response.result, "? 21 No History : No Trend periods data.");
 }
 
 }  // namespace

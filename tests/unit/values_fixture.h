@@ -1,29 +1,44 @@
-// A small gateway for the value services' tests: points of each kind, rights for a reader,
-// a writer and a user who may read nothing below /Secret, and helpers to act as a user.
+// A small gateway for the operation tests: points of each kind, rights for a reader, a
+// writer and a user who may read nothing below /Secret, and helpers to act as a user.
 //
-//   /Temp    Real 21.5, Writable true, Minimum/Maximum, alarm limits, .AlarmOnValue
-//   /Fan     Boolean false with PossibleValues "Off;On" (and the same WritableValues)
-//   /Online  Boolean true without texts, Writable true
-//   /Mode    Unsigned 1 with PossibleValues "Off;Auto;Manual" (and WritableValues), Writable
-//   /Count   Integer 7, Writable false
-//   /Name    String "pump", Writable true
+//   /Temp    Real 21.5, Writable, Minimum 0, Maximum 100, .HiCriticalLimit 30, .AlarmOnValue 25
+//   /Fan     Boolean false with PossibleValues and WritableValues "Off;On", Writable
+//   /Online  Boolean true without texts, Writable
+//   /Mode    Unsigned 1 with PossibleValues and WritableValues "Off;Auto;Manual", Writable
+//   /Count   Integer 7, not Writable
+//   /Name    String "pump", Writable
 //   /Tree    children a, b, c and no Value
-//   /Secret  Real 1, Writable true
+//   /Secret  Real 1, Writable
 //
 // Rights: "*" reads "/" but nothing below "/Secret"; "writer" reads and writes "/".
 #ifndef WSGATE_TESTS_UNIT_VALUES_FIXTURE_H
 #define WSGATE_TESTS_UNIT_VALUES_FIXTURE_H
 
-#include <stdlib.h>
-
+#include <optional>
 #include <string>
 
 #include "platform/cds.h"
 #include "platform/element.h"
-#include "store_fixture.h"
 #include "service/options.h"
+#include "store_fixture.h"
 
 namespace wsgate_test {
+
+// `text` converted to the store type named `type` ("Real", "Boolean", "Unsigned", ...).
+inline toolkit::CElement typed(const char* type, const std::string& text) {
+  toolkit::CElement value(text);
+  EXPECT_EQ(value.convert_type(pcd_human_str_to_enum(type)), 0) << type << " " << text;
+  return value;
+}
+
+// The result of `call` made while the store's call number `skip` (from 0) fails once.
+template <typename Call>
+auto withFailure(pcd_handle_t handle, int skip, Call call) {
+  pcd_inject_failure(handle, skip, 1);
+  auto result = call();
+  pcd_inject_failure(handle, 0, 0);
+  return result;
+}
 
 class ValuesTest : public StoreTest {
  protected:
@@ -31,29 +46,21 @@ class ValuesTest : public StoreTest {
 
   void SetUp() override {
     StoreTest::SetUp();
-    toolkit::CElement v;
-    v.set_real(21.5);
-    point("/Temp", v, true);
-    v.set_real(0);
-    leaf("/Temp/Minimum", v);
-    v.set_real(100);
-    leaf("/Temp/Maximum", v);
-    v.set_real(30);
-    leaf("/Temp/.HiCriticalLimit", v);
-    v.set_real(25);
-    leaf("/Temp/.AlarmOnValue", v);
-    v.set_bool(false);
-    point("/Fan", v, true, "Off;On");
-    v.set_bool(true);
-    point("/Online", v, true);
-    v.set_uint(1);
-    point("/Mode", v, true, "Off;Auto;Manual");
-    v.set_int(7);
-    point("/Count", v, false);
+    actAs("", "");
+    point("/Temp", typed("Real", "21.5"), true);
+    for (const auto& [name, text] : {std::pair{"Minimum", "0"},
+                                     {"Maximum", "100"},
+                                     {".HiCriticalLimit", "30"},
+                                     {".AlarmOnValue", "25"}}) {
+      leaf(std::string("/Temp/") + name, typed("Real", text));
+    }
+    point("/Fan", typed("Boolean", "false"), true, "Off;On");
+    point("/Online", typed("Boolean", "true"), true);
+    point("/Mode", typed("Unsigned", "1"), true, "Off;Auto;Manual");
+    point("/Count", typed("Integer", "7"), false);
     point("/Name", toolkit::CElement("pump"), true);
     for (const char* child : {"/Tree/a", "/Tree/b", "/Tree/c"}) node(child);
-    v.set_real(1);
-    point("/Secret", v, true);
+    point("/Secret", typed("Real", "1"), true);
     cds.rights_set({"*", "/", "r"});
     cds.rights_set({"*", "/Secret", ""});
     cds.rights_set({"writer", "/", "rw"});
@@ -61,7 +68,7 @@ class ValuesTest : public StoreTest {
 
   void node(const std::string& path) {
     api_status_t status;
-    ASSERT_EQ(cds.add_node(path, status, "test"), 0);
+    ASSERT_EQ(cds.add_node(path, status, "test"), 0) << path;
   }
   // Writes one leaf stamped kStamp.
   void leaf(const std::string& path, toolkit::CElement value, bool persist = false) {
@@ -74,27 +81,33 @@ class ValuesTest : public StoreTest {
              const std::string& texts = "") {
     node(path);
     leaf(path + "/Value", value);
-    toolkit::CElement flag;
-    flag.set_bool(writable);
-    leaf(path + "/Writable", flag);
+    leaf(path + "/Writable", typed("Boolean", writable ? "true" : "false"));
     if (texts.empty()) return;
     leaf(path + "/PossibleValues", toolkit::CElement(texts));
     leaf(path + "/WritableValues", toolkit::CElement(texts));
   }
 
-  toolkit::CElement stored(const std::string& path) {
+  toolkit::CElement stored(const std::string& path, element_property_t* prop = nullptr) {
     api_status_t status;
     toolkit::CElement value;
-    element_property_t prop;
-    cds.get_leaf(path, status, value, prop);
+    element_property_t ignored;
+    cds.get_leaf(path, status, value, prop != nullptr ? *prop : ignored);
     return value;
   }
   std::string storedText(const std::string& path) { return stored(path).to_string(); }
+  // The leaf's storage class and the type of its value, as "persistent Real".
+  std::string storedKind(const std::string& path) {
+    element_property_t prop;
+    const toolkit::CElement value = stored(path, &prop);
+    const char* type = pcd_enum_to_str(value.get_type());
+    return std::string(prop.storage == STORAGE_PERSISTENT ? "persistent " : "") +
+           (type != nullptr ? type : "none");
+  }
 
   // Acts as `user` from `address` (null: the variable is unset) until the next call.
   void actAs(const char* user, const char* address = "10.0.0.7") {
-    setOrUnset("REMOTE_USER", user);
-    setOrUnset("REMOTE_ADDR", address);
+    user_.emplace("REMOTE_USER", user);
+    address_.emplace("REMOTE_ADDR", address);
   }
 
   static RequestOptions options(const char* text) {
@@ -105,17 +118,8 @@ class ValuesTest : public StoreTest {
   RequestOptions defaults = options("");
 
  private:
-  static void setOrUnset(const char* name, const char* value) {
-    if (value != nullptr) {
-      setenv(name, value, 1);
-    } else {
-      unsetenv(name);
-    }
-  }
-
-  // Put back as they were after the test; actAs changes them.
-  ScopedEnv keep_user_{"REMOTE_USER", ""};
-  ScopedEnv keep_address_{"REMOTE_ADDR", ""};
+  // Put back as they were after the test.
+  std::optional<ScopedEnv> user_, address_;
 };
 
 }  // namespace wsgate_test

@@ -7,110 +7,86 @@
 
 namespace {
 
-using wsgate_test::ValuesTest;
+using Texts = std::vector<std::string>;
 
-class ValueReadTest : public ValuesTest {
- protected:
-  std::string read(const std::string& path, const RequestOptions& opts) {
-    std::string text;
-    ok_ = readValue(cds, path, opts, text);
-    return text;
-  }
-  std::string read(const std::string& path) { return read(path, defaults); }
-  bool ok_ = false;
-};
+class ValueReadTest : public wsgate_test::ValuesTest {};
 
-TEST_F(ValueReadTest, StateTextsOfBooleanAndMultistateValues) {
-  EXPECT_EQ(read("/Fan"), "Off");
-  EXPECT_TRUE(ok_);
-  EXPECT_EQ(read("/Fan/Value", options("canonical")), "false");
-  EXPECT_EQ(read("/Online"), "true");  // no texts of its own
-  // Multistate integers are their text, canonical or not.
-  EXPECT_EQ(read("/Mode"), "Auto");
-  EXPECT_EQ(read("/Mode", options("canonical")), "Auto");
-  // Only Value and .AlarmOnValue carry state texts.
-  EXPECT_EQ(read("/Fan:Writable"), "true");
-  EXPECT_EQ(read("/Temp:.AlarmOnValue"), "25");
-  EXPECT_EQ(read("/Count"), "7");
-  EXPECT_EQ(read("/Temp/Minimum"), "0");
-}
-
-TEST_F(ValueReadTest, SubAttributesDescribeTheLeaf) {
-  EXPECT_EQ(read("/Temp/Value.Time"), "1700000000250");
-  EXPECT_EQ(read("/Temp.Timestamp"), "1700000000250");  // matched by its beginning
-  EXPECT_EQ(read("/Temp/Value.Source"), "Normal");
+TEST_F(ValueReadTest, SingleReads) {
   leaf("/Temp/Maximum", toolkit::CElement("90"), /*persist=*/true);
-  EXPECT_EQ(read("/Temp/Maximum.Source"), "Persistent");
-  EXPECT_EQ(read("/Tree:Children.Source"), "Automatic");
-  EXPECT_EQ(read("/Temp.AttribType"), "Real");
-  EXPECT_EQ(read("/Mode.AttribType"), "Multistate");
-  EXPECT_EQ(read("/Count.AttribType"), "Integer");
-
-  EXPECT_EQ(read("/Temp/Value.Foo"), "? 11 Illegal Attribute : Unknown sub-Attribute .Foo");
-  EXPECT_FALSE(ok_);
-}
-
-TEST_F(ValueReadTest, ErrorsOfTheSingleRead) {
-  EXPECT_EQ(read("Temp"), "? 8 Bad Path Syntax : CDS Error in supplied path");
-  EXPECT_FALSE(ok_);
-  EXPECT_EQ(read("/Nowhere/Value"), "? 9 Node Not Found : CDS access failed");
-  EXPECT_EQ(read("/Temp/NoSuchLeaf"), "? 9 Node Not Found : CDS access failed");
-  EXPECT_EQ(read("/Tree"), "? 9 Node Not Found : CDS access failed");  // a node without Value
-  // The error texts follow the options.
-  EXPECT_EQ(read("/Nowhere", options("errorPrefix=E:")),
-            "E:? 9 Node Not Found : CDS access failed");
-  EXPECT_EQ(read("/Nowhere", options("errorString=BAD;errorPrefix=E:")), "E:BAD");
-  EXPECT_EQ(read("/Nowhere", options("errorString")), "");
-  EXPECT_FALSE(ok_);
-}
-
-TEST_F(ValueReadTest, MetadataIsReadableWithoutTheReadRight) {
-  actAs("guest");
-  EXPECT_EQ(read("/Secret"), "? 2 Not Authorized : Unauthorized read");
-  EXPECT_EQ(read("/Secret:Writable"), "? 2 Not Authorized : Unauthorized read");
-  EXPECT_EQ(read("/Secret/Value.Time"), "1700000000250");
-  EXPECT_EQ(read("/Secret.AttribType"), "Real");
-  actAs("writer");
-  EXPECT_EQ(read("/Secret"), "1");
-}
-
-TEST_F(ValueReadTest, AttributeReadJoinsNodeAndAttribute) {
+  const std::string stamp = "1700000000250", not_found = "? 9 Node Not Found : CDS access failed";
+  const struct {
+    const char* user;
+    const char* path;
+    const char* opts;
+    std::string text;  // a text beginning "?" or "E:" is an error: readValue answers false
+  } cases[] = {
+      // Only Value and .AlarmOnValue carry state texts; multistate ones even when canonical.
+      {"", "/Fan", "", "Off"},
+      {"", "/Fan/Value", "canonical", "false"},
+      {"", "/Online", "", "true"},
+      {"", "/Mode", "canonical", "Auto"},
+      {"", "/Fan:Writable", "", "true"},
+      {"", "/Temp:.AlarmOnValue", "", "25"},
+      {"", "/Count", "", "7"},
+      // Sub-attributes describe the leaf; they are matched by their beginning.
+      {"", "/Temp/Value.Time", "", stamp},
+      {"", "/Temp.Timestamp", "", stamp},
+      {"", "/Temp/Value.Source", "", "Normal"},
+      {"", "/Temp/Maximum.Source", "", "Persistent"},
+      {"", "/Tree:Children.Source", "", "Automatic"},
+      {"", "/Temp.AttribType", "", "Real"},
+      {"", "/Mode.AttribType", "", "Multistate"},
+      {"", "/Count.AttribType", "", "Integer"},
+      {"", "/Temp/Value.Foo", "", "? 11 Illegal Attribute : Unknown sub-Attribute .Foo"},
+      {"", "Temp", "", "? 8 Bad Path Syntax : CDS Error in supplied path"},
+      {"", "/Nowhere/Value", "", not_found},
+      {"", "/Temp/NoSuchLeaf", "", not_found},
+      {"", "/Tree", "", not_found},  // a node without Value
+      {"", "/Nowhere", "errorPrefix=E:", "E:" + not_found},
+      {"", "/Nowhere", "errorString=BAD;errorPrefix=E:", "E:BAD"},
+      // Metadata is readable without the read right.
+      {"guest", "/Secret", "", "? 2 Not Authorized : Unauthorized read"},
+      {"guest", "/Secret:Writable", "", "? 2 Not Authorized : Unauthorized read"},
+      {"guest", "/Secret/Value.Time", "", stamp},
+      {"guest", "/Secret.AttribType", "", "Real"},
+      {"writer", "/Secret", "", "1"},
+  };
+  for (const auto& c : cases) {
+    actAs(c.user);
+    std::string text;
+    const bool ok = readValue(cds, c.path, options(c.opts), text);
+    EXPECT_EQ(text, c.text) << c.path;
+    EXPECT_EQ(ok, c.text[0] != '?' && c.text.rfind("E:", 0) != 0) << c.path;
+  }
   std::string text;
-  EXPECT_TRUE(readAttribute(cds, "/Temp", "Minimum", defaults, text));
-  EXPECT_EQ(text, "0");
-  EXPECT_TRUE(readAttribute(cds, "/Temp", "", defaults, text));
-  EXPECT_EQ(text, "21.5");
+  EXPECT_FALSE(readValue(cds, "/Nowhere", options("errorString"), text));
+  EXPECT_EQ(text, "");
   EXPECT_TRUE(readAttribute(cds, "/Tree", "Children", defaults, text));
   EXPECT_EQ(text, "a;b;c");
-  EXPECT_FALSE(readAttribute(cds, "/Temp", "Nothing", defaults, text));
+  EXPECT_TRUE(readAttribute(cds, "/Temp", "", defaults, text));
+  EXPECT_EQ(text, "21.5");
 }
 
 TEST_F(ValueReadTest, BulkReadKeepsOrderAndReportsEachItem) {
   actAs("guest");
-  std::vector<std::string> results;
+  Texts results;
   readValues(cds,
              {"/Mode", "/Nowhere/Value", "/Secret", "/Secret/Value.Time", "/Tree:Children", "Temp",
               "/Temp/Value.Foo", "/Fan"},
              options("canonical"), results);
-  EXPECT_EQ(results, (std::vector<std::string>{
-                         "Auto",
-                         "? 9 Node Not Found : CDS access failed",
-                         "? 2 Not Authorized : Unauthorized read",
-                         "1700000000250",
-                         "a;b;c",
-                         // A malformed path is not refused up front: the store read fails.
-                         "? 8 Bad Path Syntax : CDS access failed",
-                         "? 11 Illegal Attribute : Unknown sub-Attribute .Foo",
-                         "false",
-                     }));
+  EXPECT_EQ(results, (Texts{"Auto", "? 9 Node Not Found : CDS access failed",
+                            "? 2 Not Authorized : Unauthorized read", "1700000000250", "a;b;c",
+                            // A malformed path is not refused up front: the store read fails.
+                            "? 8 Bad Path Syntax : CDS access failed",
+                            "? 11 Illegal Attribute : Unknown sub-Attribute .Foo", "false"}));
   readValues(cds, {}, defaults, results);
-  EXPECT_EQ(results, std::vector<std::string>{"? 17 No Paths Provided : No paths"});
+  EXPECT_EQ(results, Texts{"? 17 No Paths Provided : No paths"});
 }
 
 // Failing any one store call of a read never crashes and never passes off an error as a
 // value: each item is either its value or an error text.
 TEST_F(ValueReadTest, EveryFailingStoreCallGivesAnErrorOrTheValue) {
-  const std::vector<std::string> paths = {"/Mode", "/Fan", "/Temp.Time", "/Tree:Children"};
+  const Texts paths = {"/Mode", "/Fan", "/Temp.Time", "/Tree:Children"};
   // A failed state-text lookup leaves the plain value; anything else must be an error.
   const std::vector<std::set<std::string>> good = {
       {"Auto", "1"}, {"Off", "false"}, {"1700000000250"}, {"a;b;c"}};
@@ -121,13 +97,18 @@ TEST_F(ValueReadTest, EveryFailingStoreCallGivesAnErrorOrTheValue) {
   };
   bool saw_one_text = false;
   for (int skip = 0; skip < 40; ++skip) {
-    pcd_inject_failure(cds.handle(), skip, 1);
-    std::vector<std::string> results;
-    readValues(cds, paths, defaults, results);
-    std::string single;
-    readValue(cds, "/Mode", defaults, single);
-    pcd_inject_failure(cds.handle(), 0, 0);
-    check(single, 0, skip);
+    const Texts results = wsgate_test::withFailure(cds.handle(), skip, [&] {
+      Texts out;
+      readValues(cds, paths, defaults, out);
+      return out;
+    });
+    check(wsgate_test::withFailure(cds.handle(), skip,
+                                   [&] {
+                                     std::string out;
+                                     readValue(cds, "/Mode", defaults, out);
+                                     return out;
+                                   }),
+          0, skip);
     if (results.size() == 1) {  // the bulk store call itself failed
       EXPECT_EQ(results[0], "? 9 Node Not Found : CDS access failed") << skip;
       saw_one_text = true;
