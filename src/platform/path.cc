@@ -67,8 +67,10 @@ int CPath::normalizeWith(NodeTest is_node) {
     path_ = canonical;
     return 0;
   }
-  if (is_node(canonical)) {
-    path_ = store::leaf_path(canonical, "Value");
+  // The Value leaf the text names when it names a node: made once, for the test and the path.
+  std::string value_path = store::leaf_path(canonical, "Value");
+  if (is_node(canonical, value_path)) {
+    path_ = std::move(value_path);
     node_value_ = true;
     return 0;
   }
@@ -77,8 +79,9 @@ int CPath::normalizeWith(NodeTest is_node) {
   if (dot != std::string::npos) {
     suffix_ = canonical.substr(dot);
     canonical.resize(dot);
-    if (is_node(canonical)) {
-      path_ = store::leaf_path(canonical, "Value");
+    value_path = store::leaf_path(canonical, "Value");
+    if (is_node(canonical, value_path)) {
+      path_ = std::move(value_path);
       node_value_ = true;
       return 0;
     }
@@ -90,7 +93,7 @@ int CPath::normalizeWith(NodeTest is_node) {
 }
 
 int CPath::normalize() {
-  return normalizeWith(isNode);
+  return normalizeWith([](const std::string& node, const std::string&) { return isNode(node); });
 }
 
 int CPath::normalizeAndRead(toolkit::CCds& cds, int& read, api_status_t& status,
@@ -102,10 +105,10 @@ int CPath::normalizeAndRead(toolkit::CCds& cds, int& read, api_status_t& status,
   // since the store only inserts leaves into existing nodes and removes a node's leaves
   // with it. Paths checked on another connection than the default one keep the plain test.
   const bool shared = cds.handle() != nullptr && cds.handle() == pcd_default_handle();
-  auto read_node_value = [&](const std::string& node) {
+  auto read_node_value = [&](const std::string& node, const std::string& value_path) {
     if (!shared) return isNode(node);
     if (read != 0) return false;  // the store failed: no more calls
-    read = cds.get_leaf(store::leaf_path(node, "Value"), status, value, prop);
+    read = cds.get_leaf(value_path, status, value, prop);
     have_read = read != 0 || status == API_STATUS_OK || status == API_STATUS_NO_LEAF;
     return read == 0 && have_read;
   };

@@ -75,6 +75,7 @@ class CPath {
   static void DottedPathToNodePath(const std::string& name, std::string& path);
 
  private:
+  // normalize() with is_node(node, path of its Value leaf) as the node test.
   template <typename NodeTest>
   int normalizeWith(NodeTest is_node);
   bool authorized(char right) const;
