@@ -40,13 +40,14 @@ Engine load() {
     return engine;
   }
   // Kept loaded for the life of the process: the next pattern needs it again.
-  engine.compile = reinterpret_cast<decltype(engine.compile)>(dlsym(module, "wsgate_pattern_compile"));
+  engine.compile =
+      reinterpret_cast<decltype(engine.compile)>(dlsym(module, "wsgate_pattern_compile"));
   engine.search = reinterpret_cast<decltype(engine.search)>(dlsym(module, "wsgate_pattern_search"));
   engine.release = reinterpret_cast<decltype(engine.release)>(dlsym(module, "wsgate_pattern_free"));
   if (engine.compile == nullptr || engine.search == nullptr || engine.release == nullptr) {
     engine.compile = nullptr;
-    engine.error = std::string("regular expressions unavailable: ") + kModuleName +
-                   " lacks its entry points";
+    engine.error =
+        std::string("regular expressions unavailable: ") + kModuleName + " lacks its entry points";
   }
   return engine;
 }
@@ -64,7 +65,7 @@ Pattern::Pattern(const std::string& text) : compiled_(nullptr) {
   char message[256] = {};
   const int rc = e.compile(text.data(), text.size(), &compiled_, message, sizeof message);
   if (rc == kWsgatePatternNoMemory) throw std::bad_alloc();
-  if (rc != kWsgatePatternFound) throw PatternError(message);
+  if (rc != kWsgatePatternCompiled) throw PatternError(message);
 }
 
 Pattern::~Pattern() {

@@ -24,7 +24,7 @@ __attribute__((visibility("default"))) int wsgate_pattern_compile(const char* pa
   *compiled = nullptr;
   try {
     *compiled = new boost::regex(pattern, pattern + length);
-    return kWsgatePatternFound;
+    return kWsgatePatternCompiled;
   } catch (const boost::regex_error& e) {
     copyMessage(e.what(), message, capacity);
     return kWsgatePatternInvalid;

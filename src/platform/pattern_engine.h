@@ -8,14 +8,15 @@
 extern "C" {
 
 enum WsgatePatternResult {
+  kWsgatePatternCompiled = 1,  // compile: the pattern is ready
   kWsgatePatternFound = 1,
   kWsgatePatternNotFound = 0,
-  kWsgatePatternInvalid = -1,    // compile: the pattern does not compile
-  kWsgatePatternGaveUp = -2,     // search: the library abandoned the search
+  kWsgatePatternInvalid = -1,  // compile: the pattern does not compile
+  kWsgatePatternGaveUp = -2,   // search: the library abandoned the search
   kWsgatePatternNoMemory = -3,
 };
 
-// Compiles `pattern` into `*compiled`; kWsgatePatternFound when it worked. On failure
+// Compiles `pattern` into `*compiled`; kWsgatePatternCompiled when it worked. On failure
 // `message` (of `capacity` bytes) holds the library's text.
 int wsgate_pattern_compile(const char* pattern, size_t length, void** compiled, char* message,
                            size_t capacity);

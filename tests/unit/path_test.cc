@@ -88,8 +88,8 @@ TEST_F(PathTest, NormalizeAndReadAnswersAsNormalizeThenRead) {
   for (const char* text :
        {"/Dev/Temp", "/Dev/Temp/Value", "/Dev/Temp.Time", "/Dev/Temp/Value.Source", "/Dev",
         "/Dev.Time", "/Dev/Twin", "/Dev/B.c", "/Dev/B.c.Time", "/Dev/Temp:PossibleValues",
-        "/Dev/Temp:Children", "/Dev/Temp/Text.x", "/Dev/Missing", "/Dev/Missing/Value.Time",
-        "/", "//Dev//Temp/", "/Dev/Temp:", "Dev/Temp", "/Dev/Te\tmp"}) {
+        "/Dev/Temp:Children", "/Dev/Temp/Text.x", "/Dev/Missing", "/Dev/Missing/Value.Time", "/",
+        "//Dev//Temp/", "/Dev/Temp:", "Dev/Temp", "/Dev/Te\tmp"}) {
     toolkit::CReadBatch snapshot(cds);
     CPath apart(text);
     const int apart_rc = apart.normalize();
