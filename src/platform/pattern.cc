@@ -19,7 +19,7 @@ struct Engine {
   std::string error;  // why the module could not be loaded
 };
 
-// The module's directory: the executable's own.
+// Where the module is looked for first: beside the executable.
 std::string besideExecutable() {
   char self[PATH_MAX];
   const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
