@@ -1,11 +1,11 @@
 #include "devices/attribute_matches.h"
 
 #include <algorithm>
-#include <boost/regex.hpp>
 #include <optional>
 #include <stdexcept>
 
 #include "platform/path.h"
+#include "platform/pattern.h"
 #include "platform/vtx.h"
 #include "service/context.h"
 #include "service/errors.h"
@@ -35,7 +35,7 @@ class SearchStopped : public std::runtime_error {
 class Search {
  public:
   Search(toolkit::CCds& cds, const AttributeSearch& search, const RequestOptions& options,
-         const SearchBounds& bounds, const boost::regex* regex, SearchResult& found)
+         const SearchBounds& bounds, const Pattern* regex, SearchResult& found)
       : cds_(cds),
         search_(search),
         options_(options),
@@ -86,7 +86,7 @@ class Search {
     if (!prefix.empty() && text.compare(0, prefix.size(), prefix) == 0) return false;
     if (regex_ == nullptr) return true;
     try {
-      return boost::regex_search(text, *regex_);
+      return regex_->search(text);
     } catch (const std::runtime_error&) {
       // The library gave up (complexity or its own stack), which it reports as a plain
       // runtime_error: no match here, the walk goes on.
@@ -112,7 +112,7 @@ class Search {
   const SearchBounds& bounds_;
   uint32_t (*clock_)();
   uint32_t started_;
-  const boost::regex* regex_;
+  const Pattern* regex_;
   SearchResult& found_;
   size_t bytes_ = 0;
 };
@@ -132,15 +132,15 @@ void findAttributeMatches(toolkit::CCds& cds, const AttributeSearch& search,
         found.result, &options);
     return;
   }
-  std::optional<boost::regex> regex;
-  if (!search.pattern.empty()) {
-    try {
-      regex.emplace(search.pattern);
-    } catch (const boost::regex_error&) {
-      return;
-    }
-  }
   try {
+    std::optional<Pattern> regex;
+    if (!search.pattern.empty()) {
+      try {
+        regex.emplace(search.pattern);
+      } catch (const PatternError&) {
+        return;
+      }
+    }
     Search(cds, search, options, bounds, regex ? &*regex : nullptr, found).run();
   } catch (const SearchStopped& e) {
     formatError(kWsResultTooBig, e.what(), found.result, &options);

@@ -1,6 +1,6 @@
 // The search behind findAttributeMatches: a walk of the store's tree from a starting node
 // that reads one attribute of every node it visits and keeps the nodes whose attribute text
-// matches a regular expression (Boost.Regex, default syntax, found anywhere in the text).
+// matches a regular expression (platform/pattern.h, found anywhere in the text).
 #ifndef WSGATE_DEVICES_ATTRIBUTE_MATCHES_H
 #define WSGATE_DEVICES_ATTRIBUTE_MATCHES_H
 

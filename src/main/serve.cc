@@ -99,6 +99,11 @@ void configureContext(struct soap* soap) {
   // Without this the runtime takes a string's bytes as Latin-1 characters, so a "°C" the
   // store holds went out as "Â°C", and a "°C" received was stored as one Latin-1 byte.
   soap_set_mode(soap, SOAP_C_UTFSTRING);
+  // The answer is kept whole and sent once with its length: without it the runtime writes
+  // every answer twice, once only to count its bytes for Content-Length (3.5 % of a
+  // whoAmI's CPU time, 4 % of a getValues of 1000 paths). An answer's content is in memory
+  // before it is written anyway; its text now is too, until the request ends.
+  soap_set_omode(soap, SOAP_IO_STORE);
   soap->maxlevel = kMaxNesting;
   soap->maxlength = kMaxTextLength;
   soap->maxoccurs = kMaxListItems;

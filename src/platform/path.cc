@@ -45,7 +45,8 @@ int namedNode(const CPath& path, toolkit::CCds& cds, std::string& node) {
 
 }  // namespace
 
-int CPath::normalize() {
+template <typename NodeTest>
+int CPath::normalizeWith(NodeTest is_node) {
   // Normalizing twice gives the same path: the suffix is put back first.
   std::string text = path_ + suffix_;
   const bool was_node_value = node_value_;
@@ -66,8 +67,10 @@ int CPath::normalize() {
     path_ = canonical;
     return 0;
   }
-  if (isNode(canonical)) {
-    path_ = store::leaf_path(canonical, "Value");
+  // The Value leaf the text names when it names a node: made once, for the test and the path.
+  std::string value_path = store::leaf_path(canonical, "Value");
+  if (is_node(canonical, value_path)) {
+    path_ = std::move(value_path);
     node_value_ = true;
     return 0;
   }
@@ -76,8 +79,9 @@ int CPath::normalize() {
   if (dot != std::string::npos) {
     suffix_ = canonical.substr(dot);
     canonical.resize(dot);
-    if (isNode(canonical)) {
-      path_ = store::leaf_path(canonical, "Value");
+    value_path = store::leaf_path(canonical, "Value");
+    if (is_node(canonical, value_path)) {
+      path_ = std::move(value_path);
       node_value_ = true;
       return 0;
     }
@@ -86,6 +90,31 @@ int CPath::normalize() {
   node_value_ = was_node_value;
   not_plain_ = store::is_automatic(store::last_component(path_));
   return 0;
+}
+
+int CPath::normalize() {
+  return normalizeWith([](const std::string& node, const std::string&) { return isNode(node); });
+}
+
+int CPath::normalizeAndRead(toolkit::CCds& cds, int& read, api_status_t& status,
+                            toolkit::CElement& value, element_property_t& prop) {
+  read = 0;
+  bool have_read = false;
+  // The node test reads the candidate node's Value: found, or missing with its node there
+  // (NO_LEAF), it is a node, and that read is the one wanted. A leaf found proves its node,
+  // since the store only inserts leaves into existing nodes and removes a node's leaves
+  // with it. Paths checked on another connection than the default one keep the plain test.
+  const bool shared = cds.handle() != nullptr && cds.handle() == pcd_default_handle();
+  auto read_node_value = [&](const std::string& node, const std::string& value_path) {
+    if (!shared) return isNode(node);
+    if (read != 0) return false;  // the store failed: no more calls
+    read = cds.get_leaf(value_path, status, value, prop);
+    have_read = read != 0 || status == API_STATUS_OK || status == API_STATUS_NO_LEAF;
+    return read == 0 && have_read;
+  };
+  const int malformed = normalizeWith(read_node_value);
+  if (!have_read) read = cds.get_leaf(path_, status, value, prop);
+  return malformed;
 }
 
 bool CPath::authorized(char right) const {

@@ -41,10 +41,10 @@ bool readLeaf(toolkit::CCds& cds, const std::string& path, toolkit::CElement& va
 
 // A regular-expression error counts as no match: a catastrophic pattern gives up rather
 // than hold the only thread.
-bool matches(const boost::regex* filter, const std::string& text) {
+bool matches(const Pattern* filter, const std::string& text) {
   if (filter == nullptr) return true;
   try {
-    return boost::regex_search(text, *filter);
+    return filter->search(text);
   } catch (const std::exception&) {
     return false;
   }
@@ -90,7 +90,7 @@ std::vector<std::string> acknowledgeAlarms(toolkit::CCds& cds, const std::vector
 }
 
 nss1__AlarmUpdate* buildActiveAlarm(struct soap* soap, toolkit::CCds& cds, const std::string& path,
-                                    const boost::regex* filter) {
+                                    const Pattern* filter) {
   std::vector<std::string> paths;
   for (const char* leaf : kAlarmLeaves) paths.push_back(path + leaf);
   std::vector<api_status_t> statuses;
@@ -169,7 +169,7 @@ void getActiveAlarms(struct soap* soap, toolkit::CCds& cds, const nsqv__logRetri
     formatError(kWsNoDataAvailable, "No Alarm table", response.result, &options);
     return;
   }
-  std::optional<boost::regex> filter;
+  std::optional<Pattern> filter;
   bool filter_compiles = true;
   if (request.path != nullptr && !request.path->empty()) {
     try {

@@ -8,13 +8,13 @@
 #ifndef WSGATE_SUBSCRIPTIONS_ALARMS_H
 #define WSGATE_SUBSCRIPTIONS_ALARMS_H
 
-#include <boost/regex.hpp>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/cds.h"
+#include "platform/pattern.h"
 #include "soapH.h"
 
 // Acknowledgements one request may send: each is a store call of its own.
@@ -40,7 +40,7 @@ std::vector<std::string> acknowledgeAlarms(toolkit::CCds& cds, const std::vector
 // ".BasePriority" reads "5000", a missing or non-boolean ".AutoClosing" false; AlarmLevel
 // 3 is Acked, 5 Closed, 1 NotAcked with variation 2, anything else NotAcked with variation 1.
 nss1__AlarmUpdate* buildActiveAlarm(struct soap* soap, toolkit::CCds& cds, const std::string& path,
-                                    const boost::regex* filter);
+                                    const Pattern* filter);
 
 // Which alarms of an ordered collection an answer holds. `times` are the alarms' times in
 // collection order; at most `max` are taken (all when `max` < 1): the last ones when

@@ -51,9 +51,9 @@ bool readAttribute(toolkit::CCds& cds, const std::string& node_path, const std::
                    const RequestOptions& options, std::string& text);
 
 // Normalizes each of `path_texts` (prefixed with `base`) into `paths` and reads all of them
-// in one store call into `leaves` (both replaced, one entry per text, in order). Malformed
-// paths are not refused here; they fail in the read with status BAD_PATH. False when the
-// store call failed.
+// in one snapshot of the store into `leaves` (both replaced, one entry per text, in order).
+// Malformed paths are not refused here; they fail in the read with status BAD_PATH. False
+// when a store call failed.
 bool readLeaves(toolkit::CCds& cds, const std::string& base,
                 const std::vector<std::string>& path_texts, std::vector<CPath>& paths,
                 std::vector<StoredLeaf>& leaves);

@@ -77,6 +77,45 @@ TEST_F(PathTest, NormalizeRejectsMalformedPaths) {
   }
 }
 
+// The bulk reads' shortcut must answer exactly as normalize() followed by a read, for every
+// kind of path: a node with and without a Value, a node sharing its name with a leaf,
+// suffixes, automatic attributes, missing and malformed paths.
+TEST_F(PathTest, NormalizeAndReadAnswersAsNormalizeThenRead) {
+  api_status_t st;
+  cds.add_node("/Dev/Twin", st, "");
+  cds.set_leaf("/Dev/Twin", toolkit::CElement("leaf"), st, false, "");
+  cds.set_leaf("/Dev/Temp/Text.x", toolkit::CElement("dotted"), st, false, "");
+  for (const char* text :
+       {"/Dev/Temp", "/Dev/Temp/Value", "/Dev/Temp.Time", "/Dev/Temp/Value.Source", "/Dev",
+        "/Dev.Time", "/Dev/Twin", "/Dev/B.c", "/Dev/B.c.Time", "/Dev/Temp:PossibleValues",
+        "/Dev/Temp:Children", "/Dev/Temp/Text.x", "/Dev/Missing", "/Dev/Missing/Value.Time", "/",
+        "//Dev//Temp/", "/Dev/Temp:", "Dev/Temp", "/Dev/Te\tmp"}) {
+    toolkit::CReadBatch snapshot(cds);
+    CPath apart(text);
+    const int apart_rc = apart.normalize();
+    api_status_t apart_status;
+    toolkit::CElement apart_value;
+    element_property_t apart_prop;
+    const int apart_read = cds.get_leaf(apart.getPath(), apart_status, apart_value, apart_prop);
+
+    CPath together(text);
+    int read = -2;
+    api_status_t status;
+    toolkit::CElement value;
+    element_property_t prop;
+    EXPECT_EQ(together.normalizeAndRead(cds, read, status, value, prop), apart_rc) << text;
+    EXPECT_EQ(together.getPath(), apart.getPath()) << text;
+    EXPECT_EQ(together.getSubAttribute(), apart.getSubAttribute()) << text;
+    EXPECT_EQ(together.isNodeValue(), apart.isNodeValue()) << text;
+    EXPECT_EQ(together.isNotPlainLeaf(), apart.isNotPlainLeaf()) << text;
+    EXPECT_EQ(read, apart_read) << text;
+    EXPECT_EQ(status, apart_status) << text;
+    EXPECT_EQ(value.get_type(), apart_value.get_type()) << text;
+    EXPECT_EQ(value.to_string(), apart_value.to_string()) << text;
+    EXPECT_EQ(prop.storage, apart_prop.storage) << text;
+  }
+}
+
 TEST_F(PathTest, NormalizeIsIdempotentAndHandlesHugePaths) {
   CPath p("/Dev/Temp.Time");
   ASSERT_EQ(p.normalize(), 0);
