@@ -43,12 +43,15 @@ TEST_F(UtilsTest, DeviceListIsInPathOrderWithTheRootFirst) {
 }
 
 TEST_F(UtilsTest, QualityComesFromTheNearestDevice) {
-  EXPECT_EQ(utils.CheckDeviceQuality("/Dev1/Sub/Point/Deep"), 64u);
-  EXPECT_EQ(utils.CheckDeviceQuality("/Dev1/Sub/Point/Deep/Value"), 64u);
-  EXPECT_EQ(utils.CheckDeviceQuality("/Dev1"), 192u);
-  EXPECT_EQ(utils.CheckDeviceQuality("/Dev10/x"), 0u);
-  EXPECT_EQ(utils.CheckDeviceQuality("/Other"), 0u);  // the root device has no .Quality
-  EXPECT_EQ(utils.CheckDeviceQuality("not a path"), 0u);
+  const std::pair<const char*, unsigned> cases[] = {{"/Dev1/Sub/Point/Deep", 64},
+                                                    {"/Dev1/Sub/Point/Deep/Value", 64},
+                                                    {"/Dev1", 192},
+                                                    {"/Dev10/x", 0},
+                                                    {"/Other", 0} /* the root has no .Quality */,
+                                                    {"not a path", 0}};
+  for (const auto& [path, quality] : cases) {
+    EXPECT_EQ(utils.CheckDeviceQuality(path), quality) << path;
+  }
 }
 
 }  // namespace
