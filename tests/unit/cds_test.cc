@@ -27,21 +27,19 @@ class CdsTest : public StoreTest {
     ASSERT_EQ(cds.set_leaf(path, v, st, persist, "test"), 0);
     ASSERT_EQ(st, API_STATUS_OK) << path;
   }
-  CElement get(const std::string& path, element_property_t* prop = nullptr) {
+  api_status_t statusOf(const std::string& path, CElement* value = nullptr,
+                        element_property_t* prop = nullptr) {
     api_status_t st = API_STATUS_UNKNOWN;
     CElement v;
     element_property_t p;
-    EXPECT_EQ(cds.get_leaf(path, st, v, p), 0);
-    EXPECT_EQ(st, API_STATUS_OK) << path;
-    if (prop != nullptr) *prop = p;
-    return v;
-  }
-  api_status_t statusOf(const std::string& path) {
-    api_status_t st = API_STATUS_UNKNOWN;
-    CElement v;
-    element_property_t p;
-    EXPECT_EQ(cds.get_leaf(path, st, v, p), 0);
+    EXPECT_EQ(cds.get_leaf(path, st, value != nullptr ? *value : v, prop != nullptr ? *prop : p),
+              0);
     return st;
+  }
+  CElement get(const std::string& path, element_property_t* prop = nullptr) {
+    CElement v;
+    EXPECT_EQ(statusOf(path, &v, prop), API_STATUS_OK) << path;
+    return v;
   }
 };
 
@@ -117,23 +115,6 @@ TEST_F(CdsTest, StatusesForMissingAndMalformedPaths) {
     EXPECT_EQ(cds.clear_leaf(path, status, false, ""), 0);
     EXPECT_EQ(status, expected) << path;
   }
-}
-
-TEST_F(CdsTest, InjectedFailuresFailWholeCallsWithoutTouchingTheStore) {
-  addNode("/A");
-  pcd_inject_failure(store.handle(), 1, 1);
-  api_status_t st = API_STATUS_UNKNOWN;
-  EXPECT_EQ(cds.test_node("/A", st), 0);  // skipped
-  EXPECT_EQ(st, API_STATUS_OK);
-  std::vector<api_status_t> statuses;
-  EXPECT_NE(cds.set_leaves({"/A/X", "/A/Y"}, {CElement("1"), CElement("2")}, {0, 0}, statuses, ""),
-            0);
-  EXPECT_EQ(statuses, (std::vector<api_status_t>{API_STATUS_FAILED, API_STATUS_FAILED}));
-  EXPECT_EQ(statusOf("/A/X"), API_STATUS_NO_LEAF);  // the failure is used up
-
-  toolkit::CCds unconnected;
-  EXPECT_NE(unconnected.test_node("/", st), 0);
-  EXPECT_EQ(st, API_STATUS_FAILED);
 }
 
 TEST_F(CdsTest, NodesTreeAndRecursiveRemoval) {

@@ -1,10 +1,8 @@
 // The event log library: selection and order of retrieve, what an append keeps, the files it
-// refuses, and a log that is locked, shared by a fork or failed by the test hook.
+// refuses, and a log that another connection holds locked.
 #include "platform/log.h"
 
 #include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <fstream>
@@ -201,39 +199,6 @@ TEST_F(LogTest, ALockedLogFailsReadsUntilItIsReleased) {
   sqlite3_close(db);
   EXPECT_EQ(CLog(handle_).retrieve(out, "", {}, {}, 10, false, false, 0), 0);
   EXPECT_EQ(messages(out), "kept");
-}
-
-TEST_F(LogTest, TheFailureHookFailsTheChosenCalls) {
-  CLog log(writer());
-  pcd_log_inject_failure(1, 2);
-  std::vector<CEvent> out;
-  EXPECT_EQ(log.append({at(1, "/A", "a")}), 0);
-  EXPECT_EQ(log.retrieve(out, "", {}, {}, 10, false, false, 0), SQLITE_BUSY);
-  EXPECT_EQ(log.append({at(2, "/A", "b")}), SQLITE_BUSY);
-  EXPECT_EQ(log.retrieve(out, "", {}, {}, 10, false, false, 0), 0);
-  EXPECT_EQ(messages(out), "a");
-}
-
-// A connection carried into a child by fork() is refused there, and the child's close
-// leaves the parent's connection and the file as they were.
-TEST_F(LogTest, AConnectionThatCrossedAForkIsRefusedInTheChild) {
-  CLog log(writer());
-  ASSERT_EQ(log.append({at(1, "/A", "parent")}), 0);
-  fflush(stderr);
-  pid_t child = fork();
-  if (child == 0) {
-    std::vector<CEvent> out;
-    const bool refused = log.retrieve(out, "", {}, {}, 10, false, false, 0) == SQLITE_MISUSE &&
-                         log.append({at(2, "/A", "child")}) == SQLITE_MISUSE;
-    pcd_log_close(handle_);
-    _exit(refused ? 0 : 1);
-  }
-  int status = -1;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  std::vector<CEvent> out;
-  ASSERT_EQ(log.retrieve(out, "", {}, {}, 10, false, false, 0), 0);
-  EXPECT_EQ(messages(out), "parent");
 }
 
 }  // namespace

@@ -108,13 +108,4 @@ TEST(MarkupGuardTest, BytesMustBeUtf8UnlessAnotherEncodingIsDeclared) {
   EXPECT_EQ(scan("<?xml version=\"1.0\"?>" + latin), SOAP_UTF_ERROR);
 }
 
-TEST(MarkupGuardTest, AFailureStays) {
-  MarkupGuard guard(kLimits);
-  const std::string bad = "<a p='1' q='2' r='3' s='4'>";
-  EXPECT_EQ(guard.scan(bad.data(), bad.size()), SOAP_OCCURS);
-  const std::string good = "</a>";
-  EXPECT_EQ(guard.scan(good.data(), good.size()), SOAP_OCCURS);
-  EXPECT_EQ(guard.error(), SOAP_OCCURS);
-}
-
 }  // namespace

@@ -9,7 +9,6 @@
 
 namespace {
 
-using wsgate_test::ScopedEnv;
 using wsgate_test::StoreTest;
 
 class PathTest : public StoreTest {
@@ -133,27 +132,6 @@ TEST(PathNodeNameTest, NodeNamesAreExactInverses) {
     CPath::DottedPathToNodePath(name, back);
     ASSERT_EQ(back, path) << name;
   }
-}
-
-// The daemon's operations show the callers' rights end to end; here the anonymous caller's
-// own rule and a process without a default connection.
-TEST_F(PathTest, RightsComeFromTheCallerAndTheDefaultConnection) {
-  ASSERT_EQ(cds.rights_set({"*", "/", "r"}), 0);
-  ASSERT_EQ(cds.rights_set({"", "/Dev/Temp", "rw"}), 0);
-  CPath p("/Dev/Temp");
-  ASSERT_EQ(p.normalize(), 0);
-  {
-    ScopedEnv user("REMOTE_USER", "guest");
-    EXPECT_TRUE(p.is_read_authorized());
-    EXPECT_FALSE(p.is_write_authorized());
-    EXPECT_FALSE(CPath("/").is_reset_authorized());
-  }
-  ScopedEnv anonymous("REMOTE_USER", nullptr);
-  EXPECT_TRUE(p.is_write_authorized());
-  EXPECT_FALSE(p.is_remove_authorized());
-  store.close();  // no default connection: every right is refused
-  cds.set_handle(nullptr);
-  EXPECT_FALSE(p.is_read_authorized());
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <memory>
 #include <string>
 
@@ -11,12 +10,11 @@
 namespace {
 
 using wsgate_test::ScopedEnv;
-using wsgate_test::TempStore;
 
 TEST(VtxTest, ConversionsRoundDownAndRoundTrip) {
-  for (vtx_time64_t t : {vtx_time64_t{0}, vtx_time64_t{1}, vtx_time64_t{-1}, vtx_time64_t{-999},
-                         vtx_time64_t{-1000}, vtx_time64_t{-1001}, vtx_time64_t{1700000000123},
-                         INT64_MIN, INT64_MAX}) {
+  for (vtx_time64_t t :
+       {vtx_time64_t{0}, vtx_time64_t{1}, vtx_time64_t{-1}, vtx_time64_t{-999}, vtx_time64_t{-1000},
+        vtx_time64_t{-1001}, vtx_time64_t{1700000000123}, INT64_MIN, INT64_MAX}) {
     timeval tv = vtx_VTXtoUNIXtime64(t);
     EXPECT_GE(tv.tv_usec, 0) << t;
     EXPECT_LT(tv.tv_usec, 1000000) << t;
@@ -37,34 +35,6 @@ TEST(VtxTest, ConversionsRoundDownAndRoundTrip) {
     timeval far{seconds, 0};
     EXPECT_EQ(vtx_UNIXtoVTXtime64(&far), seconds < 0 ? INT64_MIN : INT64_MAX);
   }
-}
-
-TEST(VtxTest, ClockFileShiftsBothClocksAtEveryCall) {
-  TempStore dir;  // only for its temporary directory
-  std::string file = dir.dir() + "/clock";
-  ScopedEnv env("WSGATE_TEST_CLOCK", file);
-  vtx_SetTestClock(1000000, 10);
-  vtx_time_t out = 0;
-  EXPECT_EQ(vtx_UTCtime(&out), 1000000);  // no file yet: nothing added
-  EXPECT_EQ(out, 1000000);
-  std::ofstream(file) << "600\n";
-  EXPECT_EQ(vtx_UTCtime64(), 1600000);
-  EXPECT_EQ(vtx_GetMonoTime(nullptr), 610u);
-  std::ofstream(file) << "-20";
-  EXPECT_EQ(vtx_GetMonoTime(nullptr), 0u);  // never below zero
-  std::ofstream(file) << "garbage";
-  EXPECT_EQ(vtx_UTCtime64(), 1000000);
-  vtx_ClearTestClock();
-  EXPECT_GT(vtx_UTCtime64(), 1600000000000LL);
-}
-
-TEST(VtxTest, SleepMovesTheTestClockInsteadOfWaiting) {
-  vtx_SetTestClock(1000000, 10);
-  vtx_Sleep(400000);
-  vtx_Sleep(700000);  // the microseconds add up across calls
-  EXPECT_EQ(vtx_UTCtime64(), 1001100);
-  EXPECT_EQ(vtx_GetMonoTime(nullptr), 11u);
-  vtx_ClearTestClock();
 }
 
 class ZoneTest : public testing::Test {
