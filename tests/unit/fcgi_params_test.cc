@@ -7,15 +7,12 @@
 namespace {
 
 std::string record(unsigned char type, const std::string& content, unsigned char padding = 0) {
-  std::string r = {1,
-                   static_cast<char>(type),
-                   0,
-                   1,
-                   static_cast<char>(content.size() >> 8),
-                   static_cast<char>(content.size() & 0xff),
-                   static_cast<char>(padding),
-                   0};
-  return r + content + std::string(padding, 'p');
+  std::string header = {1, 0, 0, 1, 0, 0, 0, 0};  // version 1, request 1
+  header[1] = static_cast<char>(type);
+  header[4] = static_cast<char>(content.size() >> 8);
+  header[5] = static_cast<char>(content.size() & 0xff);
+  header[6] = static_cast<char>(padding);
+  return header + content + std::string(padding, 'p');
 }
 
 std::string pair(const std::string& name, const std::string& value) {
