@@ -115,6 +115,9 @@ TEST_F(CdsTest, StatusesForMissingAndMalformedPaths) {
     EXPECT_EQ(cds.clear_leaf(path, status, false, ""), 0);
     EXPECT_EQ(status, expected) << path;
   }
+  toolkit::CCds unconnected;
+  EXPECT_NE(unconnected.test_node("/", status), 0);
+  EXPECT_EQ(status, API_STATUS_FAILED);
 }
 
 TEST_F(CdsTest, NodesTreeAndRecursiveRemoval) {
@@ -188,9 +191,12 @@ TEST_F(CdsTest, RightsTakeTheLongestWholeComponentPrefix) {
       {"", "/Dev1", "r"},
   };
   for (const auto& c : cases) EXPECT_EQ(rightsOf(c[0], c[1]), c[2]) << c[0] << " " << c[1];
+  api_status_t st;
+  ASSERT_EQ(cds.rights_remove("*", "/", st), 0);
+  EXPECT_EQ(rightsOf("guest", "/Dev1/Value"), "");  // no rule at all
   std::vector<toolkit::right_rule_t> rules;
   ASSERT_EQ(cds.rights_list(rules), 0);
-  EXPECT_EQ(rules.at(3).prefix, "/Dev1/Secret");  // stored without the trailing "/"
+  EXPECT_EQ(rules.at(2).prefix, "/Dev1/Secret");  // stored without the trailing "/"
 }
 
 // A second connection becomes the default one (CPath's) while it is open. The rules it

@@ -196,4 +196,15 @@ TEST_F(LogTest, ALockedLogFailsReadsUntilItIsReleased) {
   EXPECT_EQ(messages(out), "kept");
 }
 
+TEST_F(LogTest, TheFailureHookFailsTheChosenCalls) {
+  CLog log(writer());
+  pcd_log_inject_failure(1, 2);
+  std::vector<CEvent> out;
+  EXPECT_EQ(log.append({at(1, "/A", "a")}), 0);
+  EXPECT_EQ(log.retrieve(out, "", {}, {}, 10, false, false, 0), SQLITE_BUSY);
+  EXPECT_EQ(log.append({at(2, "/A", "b")}), SQLITE_BUSY);
+  EXPECT_EQ(log.retrieve(out, "", {}, {}, 10, false, false, 0), 0);
+  EXPECT_EQ(messages(out), "a");
+}
+
 }  // namespace

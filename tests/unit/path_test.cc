@@ -110,6 +110,12 @@ TEST_F(PathTest, ChildPathsAndAttributeLists) {
   EXPECT_NE(CPath("/Dev/Nope").getChildPaths(cds, items), 0);
 }
 
+TEST_F(PathTest, WithoutADefaultConnectionEveryRightIsRefused) {
+  store.close();
+  cds.set_handle(nullptr);
+  EXPECT_FALSE(CPath("/Dev/Temp").is_read_authorized());
+}
+
 TEST(PathNodeNameTest, NodeNamesAreExactInverses) {
   std::string name, back;
   CPath::PathToNodeName("/A/B.c/D", name);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <memory>
 #include <string>
 
@@ -35,6 +36,25 @@ TEST(VtxTest, ConversionsRoundDownAndRoundTrip) {
     timeval far{seconds, 0};
     EXPECT_EQ(vtx_UNIXtoVTXtime64(&far), seconds < 0 ? INT64_MIN : INT64_MAX);
   }
+}
+
+// The end-to-end tests move the clock through this file; here what it may hold.
+TEST(VtxTest, ClockFileShiftsBothClocksAtEveryCall) {
+  wsgate_test::TempStore dir;  // only for its temporary directory
+  std::string file = dir.dir() + "/clock";
+  ScopedEnv env("WSGATE_TEST_CLOCK", file);
+  vtx_SetTestClock(1000000, 10);
+  vtx_time_t out = 0;
+  EXPECT_EQ(vtx_UTCtime(&out), 1000000);  // no file yet: nothing added
+  EXPECT_EQ(out, 1000000);
+  std::ofstream(file) << "600\n";
+  EXPECT_EQ(vtx_UTCtime64(), 1600000);
+  EXPECT_EQ(vtx_GetMonoTime(nullptr), 610u);
+  std::ofstream(file) << "-20";
+  EXPECT_EQ(vtx_GetMonoTime(nullptr), 0u);  // never below zero
+  std::ofstream(file) << "garbage";
+  EXPECT_EQ(vtx_UTCtime64(), 1000000);
+  vtx_ClearTestClock();
 }
 
 class ZoneTest : public testing::Test {

@@ -1,6 +1,8 @@
-#include "service/options.h"
+#include "service/errors.h"
 
 #include <gtest/gtest.h>
+
+#include "service/options.h"
 
 namespace {
 
@@ -29,6 +31,18 @@ TEST(OptionsTest, BooleansPrecisionAndTextKeys) {
   RequestOptions o = parseOptions(&text);
   EXPECT_TRUE(o.readback && o.writeSingleLocale && o.noEmptyArrays && o.persist);
   EXPECT_EQ(o.locale + "|" + o.errorPrefix + "|" + o.errorString, "fr-FR|a=b|X");
+}
+
+// The daemon's answers show the usual texts; here codes outside the table, and "? " as the
+// prefix, which keeps the text as it is.
+TEST(ErrorsTest, UnknownCodesAndTheQuestionMarkPrefix) {
+  std::string text = "errorPrefix=? ;errorString=BAD", out;
+  const RequestOptions options = parseOptions(&text), defaults;
+  formatError(kWsBadPathSyntax, "x", out, &options);
+  EXPECT_EQ(out, "BAD");
+  formatError(35, "x", out, &defaults);
+  EXPECT_EQ(out, "? 0 Unspecified Error : x");
+  EXPECT_STREQ(wsErrorText(-1), "0 Unspecified Error");
 }
 
 }  // namespace
