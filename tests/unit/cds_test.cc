@@ -27,21 +27,19 @@ class CdsTest : public StoreTest {
     ASSERT_EQ(cds.set_leaf(path, v, st, persist, "test"), 0);
     ASSERT_EQ(st, API_STATUS_OK) << path;
   }
-  CElement get(const std::string& path, element_property_t* prop = nullptr) {
+  api_status_t statusOf(const std::string& path, CElement* value = nullptr,
+                        element_property_t* prop = nullptr) {
     api_status_t st = API_STATUS_UNKNOWN;
     CElement v;
     element_property_t p;
-    EXPECT_EQ(cds.get_leaf(path, st, v, p), 0);
-    EXPECT_EQ(st, API_STATUS_OK) << path;
-    if (prop != nullptr) *prop = p;
-    return v;
-  }
-  api_status_t statusOf(const std::string& path) {
-    api_status_t st = API_STATUS_UNKNOWN;
-    CElement v;
-    element_property_t p;
-    EXPECT_EQ(cds.get_leaf(path, st, v, p), 0);
+    EXPECT_EQ(cds.get_leaf(path, st, value != nullptr ? *value : v, prop != nullptr ? *prop : p),
+              0);
     return st;
+  }
+  CElement get(const std::string& path, element_property_t* prop = nullptr) {
+    CElement v;
+    EXPECT_EQ(statusOf(path, &v, prop), API_STATUS_OK) << path;
+    return v;
   }
 };
 
@@ -50,18 +48,17 @@ CElement stamped(CElement v, time_t sec, suseconds_t usec) {
   return v;
 }
 
-TEST_F(CdsTest, EveryTypeRoundTripsWithItsTimeStamp) {
+// The types' text forms are checked end to end (tests/e2e/cds_tool_test.py); here the edges
+// of each type, the time stamps to the microsecond and the storage class.
+TEST_F(CdsTest, EveryTypeRoundTripsWithItsTimeStampAndStorageClass) {
   addNode("/Dev");
-  std::vector<CElement> values(9);
-  values[0].set_bool(true);
-  values[1].set_int(std::numeric_limits<int32_t>::min());
-  values[2].set_uint(std::numeric_limits<uint32_t>::max());
-  values[3].set_real(-1.25e-300);
-  values[4].set_int64(std::numeric_limits<int64_t>::min());
-  values[5].set_uint64(std::numeric_limits<uint64_t>::max());
-  values[6].set_string(std::string("text with ; and \0 inside", 24));
-  values[7].set_timeval(timeval{-5, 999999});
-  values[8].set_real(std::nan(""));
+  std::vector<CElement> values(6);
+  values[0].set_int(std::numeric_limits<int32_t>::min());
+  values[1].set_int64(std::numeric_limits<int64_t>::min());
+  values[2].set_uint64(std::numeric_limits<uint64_t>::max());
+  values[3].set_string(std::string("text with ; and \0 inside", 24));
+  values[4].set_timeval(timeval{-5, 999999});
+  values[5].set_real(std::nan(""));
   for (size_t i = 0; i < values.size(); ++i) {
     std::string path = "/Dev/L" + std::to_string(i);
     set(path, stamped(values[i], 1700000000 + i, 123456));
@@ -71,91 +68,56 @@ TEST_F(CdsTest, EveryTypeRoundTripsWithItsTimeStamp) {
     EXPECT_EQ(back.get_time().tv_sec, static_cast<time_t>(1700000000 + i));
     EXPECT_EQ(back.get_time().tv_usec, 123456);
   }
-}
-
-TEST_F(CdsTest, AWriteIsStampedNowAndKeepsItsStorageClass) {
-  addNode("/Dev");
-  vtx_SetTestClock(1700000000123, 50);
-  set("/Dev/A", CElement("1"));
+  vtx_SetTestClock(1700000000123, 50);  // a write without a time stamp is stamped now
+  set("/Dev/A", CElement("1"), true);
   vtx_ClearTestClock();
   element_property_t prop;
   timeval tv = get("/Dev/A", &prop).get_time();
   EXPECT_EQ(tv.tv_sec, 1700000000);
   EXPECT_EQ(tv.tv_usec, 123000);
-  EXPECT_EQ(prop.storage, STORAGE_NORMAL);
-  set("/Dev/A", CElement("2"), true);
-  get("/Dev/A", &prop);
-  EXPECT_EQ(prop.storage, STORAGE_PERSISTENT);
   set("/Dev/A", CElement("3"), false);  // an existing leaf keeps its class
   get("/Dev/A", &prop);
   EXPECT_EQ(prop.storage, STORAGE_PERSISTENT);
 }
 
+// Single and bulk calls answer each path with its own status, bulk ones in request order.
 TEST_F(CdsTest, StatusesForMissingAndMalformedPaths) {
-  addNode("/Dev");
-  set("/Dev/Value", CElement("v"));
-  const std::pair<std::string, api_status_t> reads[] = {
-      {"/Nope/Value", API_STATUS_NO_NODE},     {"/Dev/Other", API_STATUS_NO_LEAF},
-      {"Dev/Value", API_STATUS_BAD_PATH},      {"/", API_STATUS_BAD_PATH},
-      {"/Dev/Va\x01lue", API_STATUS_BAD_PATH}, {"//Dev//Value/", API_STATUS_OK},
-  };
-  for (const auto& [path, status] : reads) EXPECT_EQ(statusOf(path), status) << path;
-
-  api_status_t st;
-  EXPECT_EQ(cds.set_leaf("/Nope/Value", CElement("x"), st, false, ""), 0);
-  EXPECT_EQ(st, API_STATUS_NO_NODE);
-  EXPECT_EQ(cds.set_leaf("/Dev/Value", CElement(), st, false, ""), 0);
-  EXPECT_EQ(st, API_STATUS_FAILED);
-  EXPECT_EQ(cds.set_leaf("/Dev/Children", CElement("x"), st, false, ""), 0);
-  EXPECT_EQ(st, API_STATUS_READ_ONLY);
-  for (const auto& [path, status] :
-       {std::pair<std::string, api_status_t>{"/Dev/Missing", API_STATUS_NO_LEAF},
-        {"/Nope/Missing", API_STATUS_NO_NODE},
-        {"/Dev/Value", API_STATUS_OK},
-        {"/Dev/Value", API_STATUS_NO_LEAF}}) {
-    EXPECT_EQ(cds.clear_leaf(path, st, false, ""), 0);
-    EXPECT_EQ(st, status) << path;
-  }
-}
-
-TEST_F(CdsTest, BulkCallsAnswerInRequestOrderPerItem) {
   addNode("/A");
   CElement one;
   one.set_int(1);
   std::vector<std::string> paths = {"/A/X", "/Missing/X", "/A/Children", "bad", "/A/Y"};
-  std::vector<CElement> values = {one, one, one, one, CElement("y")};
   std::vector<api_status_t> st;
-  ASSERT_EQ(cds.set_leaves(paths, values, {0, 0, 0, 0, 1}, st, "src"), 0);
+  ASSERT_EQ(cds.set_leaves(paths, {one, one, one, one, CElement("y")}, {0, 0, 0, 0, 1}, st, "s"),
+            0);
   EXPECT_EQ(st, (std::vector<api_status_t>{API_STATUS_OK, API_STATUS_NO_NODE, API_STATUS_READ_ONLY,
                                            API_STATUS_BAD_PATH, API_STATUS_OK}));
   std::vector<CElement> got;
   std::vector<element_property_t> props;
-  std::vector<std::string> reads = {"/A/Y", "/A/Missing", "/A/X", "/Missing/X", "/A/X"};
+  std::vector<std::string> reads = {"/A/Y", "/A/Missing", "//A//X/", "/Missing/X", "/", "/A/X\x01"};
   ASSERT_EQ(cds.get_leaves(reads, st, got, props), 0);
   EXPECT_EQ(st, (std::vector<api_status_t>{API_STATUS_OK, API_STATUS_NO_LEAF, API_STATUS_OK,
-                                           API_STATUS_NO_NODE, API_STATUS_OK}));
+                                           API_STATUS_NO_NODE, API_STATUS_BAD_PATH,
+                                           API_STATUS_BAD_PATH}));
   EXPECT_EQ(got[0].to_string(), "y");
   EXPECT_EQ(props[0].storage, STORAGE_PERSISTENT);
   EXPECT_EQ(got[1].get_type(), DATA_TYPE_NONE);
   EXPECT_EQ(got[2].to_int(), 1);
-  EXPECT_EQ(got.size(), reads.size());
-}
+  EXPECT_EQ(statusOf("/A/Nope"), API_STATUS_NO_LEAF);
 
-TEST_F(CdsTest, InjectedFailuresFailWholeCallsWithoutTouchingTheStore) {
-  addNode("/A");
-  pcd_inject_failure(store.handle(), 1, 1);
-  api_status_t st = API_STATUS_UNKNOWN;
-  EXPECT_EQ(cds.test_node("/A", st), 0);  // skipped
-  EXPECT_EQ(st, API_STATUS_OK);
-  std::vector<api_status_t> statuses;
-  EXPECT_NE(cds.set_leaves({"/A/X", "/A/Y"}, {CElement("1"), CElement("2")}, {0, 0}, statuses, ""),
-            0);
-  EXPECT_EQ(statuses, (std::vector<api_status_t>{API_STATUS_FAILED, API_STATUS_FAILED}));
-  EXPECT_EQ(statusOf("/A/X"), API_STATUS_NO_LEAF);  // the failure is used up
-
+  api_status_t status;
+  EXPECT_EQ(cds.set_leaf("/A/X", CElement(), status, false, ""), 0);  // a value without type
+  EXPECT_EQ(status, API_STATUS_FAILED);
+  for (const auto& [path, expected] :
+       {std::pair<std::string, api_status_t>{"/A/Missing", API_STATUS_NO_LEAF},
+        {"/Nope/Missing", API_STATUS_NO_NODE},
+        {"/A/X", API_STATUS_OK},
+        {"/A/X", API_STATUS_NO_LEAF}}) {
+    EXPECT_EQ(cds.clear_leaf(path, status, false, ""), 0);
+    EXPECT_EQ(status, expected) << path;
+  }
   toolkit::CCds unconnected;
-  EXPECT_NE(unconnected.test_node("/", st), 0);
-  EXPECT_EQ(st, API_STATUS_FAILED);
+  EXPECT_NE(unconnected.test_node("/", status), 0);
+  EXPECT_EQ(status, API_STATUS_FAILED);
 }
 
 TEST_F(CdsTest, NodesTreeAndRecursiveRemoval) {
@@ -168,10 +130,6 @@ TEST_F(CdsTest, NodesTreeAndRecursiveRemoval) {
 
   std::vector<std::string> list;
   api_status_t st;
-  ASSERT_EQ(cds.list_children("/A", list, st), 0);
-  EXPECT_EQ(list, (std::vector<std::string>{"/A/B", "/A/B2"}));
-  ASSERT_EQ(cds.list_children("/", list, st), 0);
-  EXPECT_EQ(list, (std::vector<std::string>{"/A", "/A B"}));
   ASSERT_EQ(cds.list_subtree("/A", list, st), 0);
   EXPECT_EQ(list, (std::vector<std::string>{"/A", "/A/B", "/A/B/C", "/A/B2"}));
 
@@ -206,49 +164,8 @@ TEST_F(CdsTest, AutomaticAttributesAreComputed) {
   EXPECT_EQ(age.get_type(), DATA_TYPE_UINT);
   EXPECT_EQ(age.to_uint(), 9u);
   vtx_ClearTestClock();
-  EXPECT_EQ(get("/D/Sub1/Children").to_string(), "");
   EXPECT_EQ(statusOf("/D/Sub1/ValueAge"), API_STATUS_NO_LEAF);
   EXPECT_EQ(statusOf("/Nope/Children"), API_STATUS_NO_NODE);
-}
-
-TEST_F(CdsTest, ListLeavesGivesStoredLeavesOnly) {
-  addNode("/N");
-  set("/N/b", CElement("2"), true);
-  set("/N/a", CElement("1"));
-  std::vector<toolkit::leaf_record_t> leaves;
-  api_status_t st;
-  ASSERT_EQ(cds.list_leaves("/N", leaves, st), 0);
-  ASSERT_EQ(leaves.size(), 2u);
-  EXPECT_EQ(leaves[0].name, "a");
-  EXPECT_EQ(leaves[1].value.to_string(), "2");
-  EXPECT_EQ(leaves[1].prop.storage, STORAGE_PERSISTENT);
-  EXPECT_EQ(leaves[1].source, "test");
-}
-
-TEST_F(CdsTest, ImportIsAllOrNothing) {
-  std::vector<toolkit::leaf_write_t> leaves(2);
-  leaves[0].path = "/I/J/Value";
-  leaves[0].value = CElement("1");
-  leaves[0].storage = STORAGE_MPL;
-  leaves[1].path = "/I/Children";  // refused: automatic
-  leaves[1].value = CElement("x");
-  std::string error;
-  EXPECT_NE(cds.import({"/I/K"}, leaves, {{"*", "/I", "r"}}, "imp", error), 0);
-  EXPECT_NE(error.find("/I/Children"), std::string::npos) << error;
-  api_status_t st;
-  cds.test_node("/I", st);
-  EXPECT_EQ(st, API_STATUS_NO_NODE);
-
-  leaves.pop_back();
-  ASSERT_EQ(cds.import({"/I/K"}, leaves, {{"*", "/I", "r"}}, "imp", error), 0) << error;
-  element_property_t prop;
-  EXPECT_EQ(get("/I/J/Value", &prop).to_string(), "1");
-  EXPECT_EQ(prop.storage, STORAGE_MPL);
-  cds.test_node("/I/K", st);
-  EXPECT_EQ(st, API_STATUS_OK);
-  std::string rights;
-  cds.rights_for("bob", "/I/J", rights);
-  EXPECT_EQ(rights, "r");
 }
 
 TEST_F(CdsTest, RightsTakeTheLongestWholeComponentPrefix) {
@@ -274,24 +191,18 @@ TEST_F(CdsTest, RightsTakeTheLongestWholeComponentPrefix) {
       {"", "/Dev1", "r"},
   };
   for (const auto& c : cases) EXPECT_EQ(rightsOf(c[0], c[1]), c[2]) << c[0] << " " << c[1];
-
   api_status_t st;
   ASSERT_EQ(cds.rights_remove("*", "/", st), 0);
-  EXPECT_EQ(st, API_STATUS_OK);
-  EXPECT_EQ(rightsOf("guest", "/Dev1/Value"), "");
-  ASSERT_EQ(cds.rights_remove("*", "/", st), 0);
-  EXPECT_EQ(st, API_STATUS_NO_LEAF);
-
+  EXPECT_EQ(rightsOf("guest", "/Dev1/Value"), "");  // no rule at all
   std::vector<toolkit::right_rule_t> rules;
   ASSERT_EQ(cds.rights_list(rules), 0);
-  ASSERT_EQ(rules.size(), 3u);
-  EXPECT_EQ(rules[1].prefix, "/Dev1");
-  EXPECT_EQ(rules[2].prefix, "/Dev1/Secret");
+  EXPECT_EQ(rules.at(2).prefix, "/Dev1/Secret");  // stored without the trailing "/"
 }
 
-// A second connection becomes the default one (CPath's) while it is open, and the rules it
-// changes are seen by the first, whatever the first had cached.
-TEST_F(CdsTest, ASecondConnectionIsTheDefaultAndItsRuleChangesAreSeen) {
+// A second connection becomes the default one (CPath's) while it is open. The rules it
+// changes are seen by the first whatever the first had cached, but within a read batch the
+// rules are looked up once.
+TEST_F(CdsTest, RuleChangesOfASecondConnectionAreSeenOutsideAReadBatch) {
   ASSERT_EQ(cds.rights_set({"*", "/", "r"}), 0);
   std::string rights;
   ASSERT_EQ(cds.rights_for("u", "/x", rights), 0);  // cached now
@@ -300,35 +211,17 @@ TEST_F(CdsTest, ASecondConnectionIsTheDefaultAndItsRuleChangesAreSeen) {
   ASSERT_NE(other, nullptr);
   EXPECT_EQ(pcd_default_handle(), other);
   toolkit::CCds other_cds(other);
-  ASSERT_EQ(other_cds.rights_set({"*", "/", "rw"}), 0);
-  pcd_close(other);
-  EXPECT_EQ(pcd_default_handle(), store.handle());
-  ASSERT_EQ(cds.rights_for("u", "/x", rights), 0);
-  EXPECT_EQ(rights, "rw");
-}
-
-// Within a read batch the rules are looked up once; the next batch sees another
-// connection's change.
-TEST_F(CdsTest, RightsHoldForOneReadBatchAndFollowTheNext) {
-  ASSERT_EQ(cds.rights_set({"*", "/", "r"}), 0);
-  pcd_handle_t other = pcd_init(0);
-  ASSERT_NE(other, nullptr);
-  toolkit::CCds other_cds(other);
-  std::string rights;
   {
     toolkit::CReadBatch batch(cds);
     ASSERT_EQ(cds.rights_for("u", "/x", rights), 0);
-    EXPECT_EQ(rights, "r");
     ASSERT_EQ(other_cds.rights_set({"*", "/", "rw"}), 0);
     ASSERT_EQ(cds.rights_for("u", "/x", rights), 0);
     EXPECT_EQ(rights, "r");  // still the batch's snapshot
   }
-  {
-    toolkit::CReadBatch batch(cds);
-    ASSERT_EQ(cds.rights_for("u", "/x", rights), 0);
-    EXPECT_EQ(rights, "rw");
-  }
   pcd_close(other);
+  EXPECT_EQ(pcd_default_handle(), store.handle());
+  ASSERT_EQ(cds.rights_for("u", "/x", rights), 0);
+  EXPECT_EQ(rights, "rw");
 }
 
 TEST_F(CdsTest, AReadBatchSeesOneSnapshotAndRefusesWrites) {
@@ -415,10 +308,8 @@ TEST_F(CdsTest, AWriteBatchCommitsItsCallsTogetherAndEachCallAlone) {
 
 TEST_F(CdsTest, EventsSyslogAndWatchdog) {
   toolkit::CEvent e;
-  e.kind = toolkit::CEvent::kKindAlarm;
   e.value.set_real(21.5);
   e.value.set_time(timeval{100, 5});
-  e.message = "hot";
   e.timestamp = timeval{200, 7};
   e.set_quality(toolkit::CEvent::kQualityGood);
   e.event_id = 1ull << 40;
@@ -430,9 +321,9 @@ TEST_F(CdsTest, EventsSyslogAndWatchdog) {
   ASSERT_EQ(got.size(), 1u);
   EXPECT_EQ(got[0].value, e.value);
   EXPECT_EQ(got[0].value.get_time().tv_usec, 5);
+  EXPECT_EQ(got[0].timestamp.tv_usec, 7);
   EXPECT_EQ(got[0].quality(), toolkit::CEvent::kQualityGood);
   EXPECT_EQ(got[0].event_id, e.event_id);
-  EXPECT_EQ(got[0].timestamp.tv_usec, 7);
 
   ASSERT_EQ(cds.syslog_add("app", SYSLOG_CRITICAL, "first", "d"), 0);
   std::vector<toolkit::CCds::syslog_record_t> log;
@@ -446,7 +337,6 @@ TEST_F(CdsTest, EventsSyslogAndWatchdog) {
   ASSERT_EQ(cds.watchdog_register(wst, "wsgated", 30, true), 0);
   EXPECT_EQ(cds.watchdog_ping(), 0);
   ASSERT_EQ(cds.watchdog_clear(wst), 0);
-  EXPECT_EQ(wst, API_STATUS_OK);
   ASSERT_EQ(cds.watchdog_clear(wst), 0);
   EXPECT_EQ(wst, API_STATUS_NO_LEAF);
 }

@@ -4,6 +4,8 @@
 
 namespace {
 
+// The end-to-end SIGQUIT case shows that frames are printed; what is taken from each line
+// for the demangler and addr2line is only seen here.
 TEST(CrashReporterTest, ParsesTheFramesOfBacktraceSymbols) {
   FrameLine named = parseFrameLine("/usr/sbin/wsgated(_ZN3foo3barEv+0x1a) [0x401234]");
   EXPECT_TRUE(named.has_address);

@@ -14,14 +14,12 @@ class MultistateTest : public StoreTest {
  protected:
   void SetUp() override {
     StoreTest::SetUp();
-    CElement mode;
+    CElement mode, level, pump;
     mode.set_uint(1);
-    node("/Mode", mode, "Off;Auto;Manual");
-    CElement level;
     level.set_int(10);
-    node("/Level", level, "0=Low;10=High;-1=Error");
-    CElement pump;
     pump.set_bool(true);
+    node("/Mode", mode, "Off;Auto;Manual");
+    node("/Level", level, "0=Low;10=High;-1=Error");
     node("/Pump", pump, "Stopped;Running");
     node("/Plain", level, "");
   }
@@ -36,83 +34,71 @@ class MultistateTest : public StoreTest {
   CCds_Multistate ms{cds};
 };
 
-TEST_F(MultistateTest, EnumerationTextsBothWays) {
-  std::string key, text;
+// Each conversion as one text: the result, or "!" and what the call left on failure.
+TEST_F(MultistateTest, EnumerationAndBooleanTextsBothWays) {
+  std::string key;
   ASSERT_TRUE(ms.IsMultistate("/Mode", true, key));
   EXPECT_EQ(key, "Off;Auto;Manual");
-  EXPECT_FALSE(ms.IsMultistate("/Pump", true, key));  // a boolean is not an enumeration
-  EXPECT_FALSE(ms.IsMultistate("/Plain", true, key));
-  EXPECT_FALSE(ms.IsMultistate("/Nope", true, key));
-
-  EXPECT_EQ(ms.GetStringValue("Off;Auto;Manual", 2, text), 0);
-  EXPECT_EQ(text, "Manual");
-  EXPECT_EQ(ms.GetStringValue("0=Low;10=High;-1=Error", -1, text), 0);
-  EXPECT_EQ(text, "Error");
-  EXPECT_NE(ms.GetStringValue("Off;Auto", 5, text), 0);
-  EXPECT_EQ(text, "5");
-  EXPECT_NE(ms.GetStringValue("null", 3, text), 0);
-  EXPECT_EQ(text, "3");
-
-  int v = -100;
-  EXPECT_EQ(ms.GetEnumValue("0=Low;10=High", "High", v), 0);
-  EXPECT_EQ(v, 10);
-  EXPECT_EQ(ms.GetEnumValue("Off;Auto;Manual", "auto", v), 0);  // case-insensitive fallback
-  EXPECT_EQ(v, 1);
-  EXPECT_EQ(ms.GetEnumValue("a;A", "A", v), 0);  // an exact match is preferred
-  EXPECT_EQ(v, 1);
-  EXPECT_NE(ms.GetEnumValue("Off;Auto", "2", v), 0);
-  EXPECT_EQ(ms.GetEnumValue("null", "7", v), 0);
-  EXPECT_EQ(v, 7);
-  EXPECT_NE(ms.GetEnumValue("null", "seven", v), 0);
+  for (const char* path : {"/Pump", "/Plain", "/Nope"}) {  // a boolean is no enumeration
+    EXPECT_FALSE(ms.IsMultistate(path, true, key)) << path;
+  }
+  auto text = [&](const std::string& list, int number) {
+    std::string t;
+    return (ms.GetStringValue(list, number, t) == 0 ? "" : "!") + t;
+  };
+  EXPECT_EQ(text("Off;Auto;Manual", 2), "Manual");
+  EXPECT_EQ(text("0=Low;10=High;-1=Error", -1), "Error");
+  EXPECT_EQ(text("Off;Auto", 5), "!5");
+  EXPECT_EQ(text("null", 3), "!3");
+  auto number = [&](const std::string& list, const std::string& input) {
+    int v = -100;
+    return ms.GetEnumValue(list, input, v) == 0 ? std::to_string(v) : "!";
+  };
+  EXPECT_EQ(number("0=Low;10=High", "High"), "10");
+  EXPECT_EQ(number("Off;Auto;Manual", "auto"), "1");  // case-insensitive after exact
+  EXPECT_EQ(number("a;A", "A"), "1");
+  EXPECT_EQ(number("Off;Auto", "2"), "!");
+  EXPECT_EQ(number("null", "7"), "7");
+  EXPECT_EQ(number("null", "seven"), "!");
+  auto boolText = [&](const std::string& path, bool value) {
+    std::string t;
+    return (ms.GetBoolStringValue(path, value, t) == 0 ? "" : "!") + t;
+  };
+  EXPECT_EQ(boolText("/Pump", true), "Running");
+  EXPECT_EQ(boolText("/Pump", false), "Stopped");
+  EXPECT_EQ(boolText("/Mode", true), "true");  // three items: no bool texts
+  auto boolean = [&](const std::string& list, const std::string& input) {
+    bool b = false;
+    return ms.GetBoolFromString(list, input, b) != 0 ? "!" : b ? "true" : "false";
+  };
+  EXPECT_EQ(boolean("Off;On", "on"), "true");
+  EXPECT_EQ(boolean("Off;On", "true"), "!");
+  EXPECT_EQ(boolean("null", "TRUE"), "true");
+  EXPECT_EQ(boolean("null", "0"), "false");
+  EXPECT_EQ(boolean("null", "yes"), "!");
 }
 
-TEST_F(MultistateTest, BooleanTextsBothWays) {
-  std::string text;
-  EXPECT_EQ(ms.GetBoolStringValue("/Pump", true, text), 0);
-  EXPECT_EQ(text, "Running");
-  EXPECT_EQ(ms.GetBoolStringValue("/Pump", false, text), 0);
-  EXPECT_EQ(text, "Stopped");
-  EXPECT_EQ(ms.GetBoolStringValue("/Mode", true, text), 0);  // three items: no bool texts
-  EXPECT_EQ(text, "true");
-
-  bool b = false;
-  EXPECT_EQ(ms.GetBoolFromString("Off;On", "on", b), 0);
-  EXPECT_TRUE(b);
-  EXPECT_NE(ms.GetBoolFromString("Off;On", "true", b), 0);
-  EXPECT_EQ(ms.GetBoolFromString("null", "TRUE", b), 0);
-  EXPECT_TRUE(b);
-  EXPECT_EQ(ms.GetBoolFromString("null", "0", b), 0);
-  EXPECT_FALSE(b);
-  EXPECT_NE(ms.GetBoolFromString("null", "yes", b), 0);
-}
-
+// Each conversion as "multistate" or "plain", then the value, or "!" on failure.
 TEST_F(MultistateTest, StringToMultiValueUsesTheNodesList) {
-  CElement value;
-  value.set_time(timeval{77, 1});
-  bool multistate = false;
-  EXPECT_EQ(ms.StringToMultiValue("/Mode/Value", DATA_TYPE_UINT, "Manual", value, multistate), 0);
-  EXPECT_TRUE(multistate);
-  EXPECT_EQ(value.get_type(), DATA_TYPE_UINT);
-  EXPECT_EQ(value.to_uint(), 2u);
-  EXPECT_EQ(value.get_time().tv_sec, 77);
-  EXPECT_NE(ms.StringToMultiValue("/Mode/Value", DATA_TYPE_UINT, "2", value, multistate), 0);
-  EXPECT_TRUE(multistate);
-  EXPECT_NE(ms.StringToMultiValue("/Level/Value", DATA_TYPE_UINT, "Error", value, multistate), 0);
-  EXPECT_EQ(ms.StringToMultiValue("/Level/Value", DATA_TYPE_INT, "Error", value, multistate), 0);
-  EXPECT_EQ(value.to_int(), -1);
-
-  EXPECT_EQ(ms.StringToMultiValue("/Pump/Value", DATA_TYPE_BOOL, "running", value, multistate), 0);
-  EXPECT_TRUE(multistate);
-  EXPECT_TRUE(value.to_bool());
-
-  EXPECT_EQ(ms.StringToMultiValue("/Plain/Value", DATA_TYPE_BOOL, "TRUE", value, multistate), 0);
-  EXPECT_FALSE(multistate);
-  EXPECT_EQ(value.get_type(), DATA_TYPE_BOOL);
-  EXPECT_EQ(ms.StringToMultiValue("/Plain/Value", DATA_TYPE_REAL, "2.5", value, multistate), 0);
-  EXPECT_EQ(value.to_double(), 2.5);
-  EXPECT_EQ(value.get_time().tv_sec, 77);
-  EXPECT_NE(ms.StringToMultiValue("/Plain/Value", DATA_TYPE_INT, "x", value, multistate), 0);
-  EXPECT_FALSE(multistate);
+  auto convert = [&](const std::string& path, data_type_t type, const std::string& input) {
+    CElement value;
+    value.set_time(timeval{77, 1});
+    bool multistate = false;
+    const int rc = ms.StringToMultiValue(path, type, input, value, multistate);
+    if (rc == 0) {
+      EXPECT_EQ(value.get_type(), type) << path << " " << input;
+      EXPECT_EQ(value.get_time().tv_sec, 77) << "the time stamp stays";
+    }
+    return std::string(multistate ? "multistate " : "plain ") + (rc == 0 ? value.to_string() : "!");
+  };
+  EXPECT_EQ(convert("/Mode/Value", DATA_TYPE_UINT, "Manual"), "multistate 2");
+  EXPECT_EQ(convert("/Mode/Value", DATA_TYPE_UINT, "2"), "multistate !");
+  EXPECT_EQ(convert("/Level/Value", DATA_TYPE_UINT, "Error"), "multistate !");
+  EXPECT_EQ(convert("/Level/Value", DATA_TYPE_INT, "Error"), "multistate -1");
+  EXPECT_EQ(convert("/Pump/Value", DATA_TYPE_BOOL, "running"), "multistate true");
+  EXPECT_EQ(convert("/Plain/Value", DATA_TYPE_BOOL, "TRUE"), "plain true");
+  EXPECT_EQ(convert("/Plain/Value", DATA_TYPE_REAL, "2.5"), "plain 2.5");
+  EXPECT_EQ(convert("/Plain/Value", DATA_TYPE_INT, "x"), "plain !");
 }
 
 }  // namespace

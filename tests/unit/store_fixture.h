@@ -4,17 +4,11 @@
 //                 creates the store with pcd_init(0). The destructor closes what it opened,
 //                 restores CDS_PATH and removes the directory.
 //   StoreTest     a GoogleTest fixture whose SetUp opens a TempStore: `cds` is a client on
-//                 it, and pcd_default_handle() (used by CPath) is its handle.
+//                 it, and pcd_default_handle() (used by CPath) is its handle. Tests that fork
+//                 set `open_in_setup = false` and open after the fork (a SQLite connection
+//                 must not cross one).
 //   expectWholeStore(path)  fails the test unless the store file passes SQLite's integrity
 //                 check and holds no leaf without its node.
-//
-//   TEST_F(StoreTest, Something) {
-//     api_status_t st;
-//     cds.add_node("/Dev1", st, "");
-//   }
-//
-// Tests that fork should fork before opening (a SQLite connection must not cross a fork):
-// derive from StoreTest with `open_in_setup = false`, or use TempStore directly.
 #ifndef WSGATE_TESTS_UNIT_STORE_FIXTURE_H
 #define WSGATE_TESTS_UNIT_STORE_FIXTURE_H
 
@@ -24,41 +18,28 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "platform/cds.h"
 
 namespace wsgate_test {
 
-// Sets (or, with a null value, unsets) an environment variable for the life of the object,
-// then puts the old state back.
+// Sets (or, with a null value, unsets) an environment variable for the life of the object.
 class ScopedEnv {
  public:
   ScopedEnv(const char* name, const char* value) : name_(name) {
-    const char* old = std::getenv(name);
-    had_old_ = old != nullptr;
-    if (had_old_) old_ = old;
-    if (value != nullptr) {
-      setenv(name, value, 1);
-    } else {
-      unsetenv(name);
-    }
+    if (const char* old = std::getenv(name)) old_ = old;
+    value != nullptr ? setenv(name, value, 1) : unsetenv(name);
   }
   ScopedEnv(const char* name, const std::string& value) : ScopedEnv(name, value.c_str()) {}
   ScopedEnv(const ScopedEnv&) = delete;
   ScopedEnv& operator=(const ScopedEnv&) = delete;
-  ~ScopedEnv() {
-    if (had_old_) {
-      setenv(name_.c_str(), old_.c_str(), 1);
-    } else {
-      unsetenv(name_.c_str());
-    }
-  }
+  ~ScopedEnv() { old_ ? setenv(name_.c_str(), old_->c_str(), 1) : unsetenv(name_.c_str()); }
 
  private:
   std::string name_;
-  std::string old_;
-  bool had_old_ = false;
+  std::optional<std::string> old_;
 };
 
 class TempStore {
@@ -75,8 +56,7 @@ class TempStore {
   // Opens (creating) the store; null on failure, with pcd_last_error() saying why.
   pcd_handle_t open() {
     close();
-    handle_ = pcd_init(0);
-    return handle_;
+    return handle_ = pcd_init(0);
   }
   void close() {
     if (handle_ != nullptr) pcd_close(handle_);
@@ -89,11 +69,8 @@ class TempStore {
 
  private:
   static std::string makeTempDir() {
-    const char* tmp = std::getenv("TMPDIR");
-    std::string pattern =
-        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/wsgate-store-XXXXXX";
-    char* made = mkdtemp(&pattern[0]);
-    if (made == nullptr) ADD_FAILURE() << "mkdtemp failed for " << pattern;
+    std::string pattern = std::filesystem::temp_directory_path().string() + "/wsgate-store-XXXXXX";
+    if (mkdtemp(&pattern[0]) == nullptr) ADD_FAILURE() << "mkdtemp failed for " << pattern;
     return pattern;
   }
 

@@ -1,5 +1,6 @@
-// The trend log library: what replace writes and the readers give back, the selection,
-// order, offset and limit of get_trend_data, and content that breaks the log's rules.
+// The trend log library: the selection, order, offset and limit of get_trend_data, and content
+// that breaks the log's rules. The lists that replace writes are read back end to end by
+// `cds trend show` (tests/e2e/cds_tool_test.py).
 #include "platform/trend.h"
 
 #include <sqlite3.h>
@@ -69,27 +70,6 @@ class TrendTest : public ::testing::Test {
   CLog log_;
 };
 
-TEST_F(TrendTest, ListsComeBackInTheOrderTheyWereWritten) {
-  std::vector<CPeriodProperties> periods;
-  ASSERT_EQ(log_.get_periods(periods), 0);
-  ASSERT_EQ(periods.size(), 2u);
-  EXPECT_EQ(periods[0].period, 2u);
-  EXPECT_EQ(periods[0].max_entries, 24u);
-  std::vector<CDeviceProperties> devices;
-  ASSERT_EQ(log_.get_devices(devices), 0);
-  ASSERT_EQ(devices.size(), 2u);
-  EXPECT_EQ(devices[0].path, "/Other");
-  std::vector<CParamProperties> params;
-  ASSERT_EQ(log_.get_params(devices[1], params), 0);
-  ASSERT_EQ(params.size(), 2u);
-  EXPECT_EQ(params[1].path, "/Dev/B");
-  EXPECT_EQ(params[1].type, SAMPLE_TYPE_PF);
-  EXPECT_FALSE(params[1].has_min);
-  EXPECT_TRUE(params[1].has_max);
-  EXPECT_FALSE(params[0].has_max);
-  EXPECT_EQ(log_.get_params({"/Nope"}, params), SQLITE_NOTFOUND);
-}
-
 TEST_F(TrendTest, TrendDataSelectsOrdersSkipsAndLimits) {
   const std::pair<time_t, time_t> all{0, -1};
   struct Case {
@@ -142,6 +122,8 @@ TEST_F(TrendTest, SamplesFollowTheRequestedParametersAndKeepNaN) {
   EXPECT_EQ(log_.get_trend_data(data, {"/Nope", {}}, {1}, {0, -1}, 10, 0, true, false),
             SQLITE_NOTFOUND);
   EXPECT_TRUE(data.snapshots.empty());
+  std::vector<CParamProperties> params;
+  EXPECT_EQ(log_.get_params({"/Nope"}, params), SQLITE_NOTFOUND);
 }
 
 TEST_F(TrendTest, ContentThatBreaksTheRulesChangesNothing) {
