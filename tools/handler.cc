@@ -184,6 +184,9 @@ void handleCommand(Context& ctx, const std::string& area, const std::string& dev
     reportError(ctx.err, result_node, "the result cannot be written as XML");
     return;
   }
+  // The result appears whole, and the command leaves the queue with it: a client polling
+  // in between would read a result node without its Value.
+  toolkit::CWriteBatch batch(ctx.cds);
   api_status_t status;
   int rc = ctx.cds.add_node(result_node, status, ctx.source);
   if (rc == 0 && status == API_STATUS_OK) {
@@ -191,11 +194,17 @@ void handleCommand(Context& ctx, const std::string& area, const std::string& dev
                           ctx.source);
   }
   if (rc != 0 || status != API_STATUS_OK) {
+    batch.rollback();
     reportError(ctx.err, result_node, statusReason(rc, status));
     return;
   }
   rc = ctx.cds.remove_node(queued, status, false, ctx.source);
   if (rc != 0 || status != API_STATUS_OK) reportError(ctx.err, queued, statusReason(rc, status));
+  rc = batch.commit();
+  if (rc != 0) {
+    reportError(ctx.err, result_node, statusReason(rc, API_STATUS_OK));
+    return;
+  }
   ctx.out << "#" << handle << " " << device << ": " << answer.status_text << "\n" << std::flush;
 }
 
