@@ -58,22 +58,20 @@ class MaintenanceTest(GatewayTestCase):
         return [e.text or "" for e in answer.findall(NST1 + operation + "Result")]
 
     def test_create_node_makes_the_node_and_answers_the_last_value_write(self):
-        cases = [
-            # One trailing "/" or ":" is dropped for the node; the leaves are the base path
-            # as sent followed by the names. A ValueType types the Value and is not stored.
-            ("/Test/New/", ["ValueType", "Writable", "Value"], ["Real", "true", "1.5"], "1.5",
-             "/Test/New", ["Value Real 1.5", "Writable Boolean true"]),
-            ("/Test/Colon:", ["Units"], ["kW"], "kW", "/Test/Colon", ["Units String kW"]),
-            # An existing node keeps what it has; "Value" at index 2 answers the third write.
-            ("/Meter1/Voltage/", ["Units", "Description", "Value", "Writable"],
-             ["kV", "Mains", "231", "false"], "231", "/Meter1/Voltage",
-             ["Units String kV", "Value Real 231", "Minimum Real 0", "Writable Boolean false"]),
-            # Without a "Value" the first write answers, here with its error text.
-            ("/Test/NoValue/", ["Children", "Units"], ["x", "A"],
-             "? 11 Illegal Attribute : Automatic Attribute Children is not Writable",
-             "/Test/NoValue", ["Units String A"]),
-        ]
-        for base, names, values, result, node, leaves in cases:
+        for base, names, values, result, node, leaves in [
+                # One trailing "/" or ":" is dropped for the node; the leaves are the base path
+                # as sent followed by the names. A ValueType types the Value and is not stored.
+                ("/Test/New/", ["ValueType", "Writable", "Value"], ["Real", "true", "1.5"], "1.5",
+                 "/Test/New", ["Value Real 1.5", "Writable Boolean true"]),
+                ("/Test/Colon:", ["Units"], ["kW"], "kW", "/Test/Colon", ["Units String kW"]),
+                # An existing node keeps what it has; "Value" at index 2 answers the third write.
+                ("/Meter1/Voltage/", ["Units", "Description", "Value", "Writable"],
+                 ["kV", "Mains", "231", "false"], "231", "/Meter1/Voltage",
+                 ["Units String kV", "Value Real 231", "Minimum Real 0", "Writable Boolean false"]),
+                # Without a "Value" the first write answers, here with its error text.
+                ("/Test/NoValue/", ["Children", "Units"], ["x", "A"],
+                 "? 11 Illegal Attribute : Automatic Attribute Children is not Writable",
+                 "/Test/NoValue", ["Units String A"])]:
             with self.subTest(base=base):
                 self.assertEqual(self.results("CreateNode", options="persist", basePath=base,
                                               paths=names, values=values), [result])
@@ -89,45 +87,12 @@ class MaintenanceTest(GatewayTestCase):
     def test_remove_node_clears_an_attribute_or_removes_a_subtree(self):
         self.gw.cds("mkdir", "/Test/Tree/a/b")
         self.gw.cds("set", "/Test/Tree/a/Value", "Integer", "1")
-        for path in ("/Meter1/Current:Resolution", "/Test/Tree"):
+        for path, read in (("/Meter1/Current:Resolution", "get"), ("/Test/Tree", "ls")):
             with self.subTest(path=path):
-                self.assertEqual(self.results("RemoveNode", options="persist", basePath=path),
-                                 [""])
+                self.assertEqual(self.results("RemoveNode", options="persist", basePath=path), [""])
                 self.assertEqual(self.results("RemoveNode", basePath=path), [NOT_REMOVED])
-        self.assertEqual(self.gw.cds("get", "/Meter1/Current:Resolution", check=False).returncode,
-                         1)
+                self.assertEqual(self.gw.cds(read, path, check=False).returncode, 1)
         self.assertEqual(self.gw.get("/Meter1/Current:Minimum"), "0")
-        self.assertEqual(self.gw.cds("ls", "/Test/Tree", check=False).returncode, 1)
-
-    def test_error_texts(self):
-        paths_17 = "? 17 No Paths Provided : No Paths provided"
-        cases = [
-            # CreateNode's own texts do not follow the options.
-            ("CreateNode", {"options": "errorPrefix=E:", "basePath": "/Test/X"}, paths_17),
-            ("CreateNode", {"basePath": "/Test/X", "paths": ["Value"]},
-             "? 23 Empty Array : No Values provided"),
-            ("CreateNode", {"basePath": "/Test/X", "paths": ["Value"], "values": ["1", "2"]},
-             "? 14 Index Out of Range : Mismatched array sizes"),
-            ("CreateNode", {"options": "errorPrefix=E:", "paths": ["Value"], "values": ["1"]},
-             "? 8 Bad Path Syntax : No node path provided"),
-            ("CreateNode", {"basePath": "Test/X/", "paths": ["Value"], "values": ["1"]},
-             "? 16 Write Failed"),
-            ("RemoveNode", {"options": "errorPrefix=E:"},
-             "E:? 8 Bad Path Syntax : CDS Error in supplied path"),
-            ("RemoveNode", {"basePath": "/Test/Nothing"}, NOT_REMOVED),
-            ("RemoveNode", {"basePath": "/"}, NOT_REMOVED),
-            ("getSubscribedNodes", {}, "? 28 No match for SubscriberId : No subscriptionId given"),
-            ("getSubscribedNodes", {"subscriptionId": "sub-9"},
-             "? 28 No match for SubscriberId : sub-9"),
-            # A record without real-time nodes is no subscription to list.
-            ("getSubscribedNodes", {"subscriptionId": "sub-3"},
-             "? 28 No match for SubscriberId : sub-3"),
-            ("SetLeaves", {"options": "errorPrefix=E:"}, "E:" + paths_17),
-        ]
-        for operation, fields, text in cases:
-            with self.subTest(operation=operation, fields=fields):
-                self.assertEqual(self.results(operation, **fields), [text])
-        self.assertEqual(self.gw.cds("ls", "/Test/X", check=False).returncode, 1)
 
     def test_set_leaf_and_set_leaves_write_as_maintenance(self):
         # A plain write may not touch Units; the maintenance writes create and change leaves.
@@ -136,8 +101,7 @@ class MaintenanceTest(GatewayTestCase):
         self.assertEqual(self.results("SetLeaves", options="", paths=[
             "/AHU1/RunHours/ValueType", "/AHU1/RunHours/Value", "/AHU1/RunHours/Children"],
             values=["Real", "12873.5", "x"]),
-            ["Real", "12873.5",
-             "? 11 Illegal Attribute : Automatic Attribute Children is not Writable"])
+            ["Real", "12873.5", "? 11 Illegal Attribute : Automatic Attribute Children is not Writable"])
         listing = self.gw.cds("ls", "/AHU1/RunHours").stdout
         self.assertRegex(listing, r"(?m)^Units\s+String\s+hours$")
         self.assertRegex(listing, r"(?m)^Value\s+Real\s+12873.5$")
@@ -147,22 +111,41 @@ class MaintenanceTest(GatewayTestCase):
                          ["/Meter1/Submeter/Power", "/Meter1/Voltage", "/Odd.Name/x"])
         self.assertEqual(self.results("getSubscribedNodes", subscriptionId="panel-2"), [])
 
+    def test_error_texts(self):
+        no_paths = "? 17 No Paths Provided : No Paths provided"
+        for operation, fields, text in [
+                # CreateNode's own texts do not follow the options.
+                ("CreateNode", {"options": "errorPrefix=E:", "basePath": "/Test/X"}, no_paths),
+                ("CreateNode", {"options": "errorPrefix=E:", "paths": ["Value"], "values": ["1"]},
+                 "? 8 Bad Path Syntax : No node path provided"),
+                ("CreateNode", {"basePath": "Test/X/", "paths": ["Value"], "values": ["1"]},
+                 "? 16 Write Failed"),
+                ("SetLeaves", {"options": "errorPrefix=E:"}, "E:" + no_paths),
+                ("RemoveNode", {"options": "errorPrefix=E:"},
+                 "E:? 8 Bad Path Syntax : CDS Error in supplied path"),
+                ("RemoveNode", {"basePath": "/"}, NOT_REMOVED),
+                ("getSubscribedNodes", {}, "? 28 No match for SubscriberId : No subscriptionId given"),
+                ("getSubscribedNodes", {"subscriptionId": "sub-9"}, "? 28 No match for SubscriberId : sub-9"),
+                # A record without real-time nodes is no subscription to list.
+                ("getSubscribedNodes", {"subscriptionId": "sub-3"}, "? 28 No match for SubscriberId : sub-3")]:
+            with self.subTest(operation=operation, fields=fields):
+                self.assertEqual(self.results(operation, **fields), [text])
+        self.assertEqual(self.gw.cds("ls", "/Test/X", check=False).returncode, 1)
+
     def test_refusals_change_nothing(self):
         before = exported(self.gw)
         create = {"basePath": "/Test/Refused/", "paths": ["Value"], "values": ["1"]}
-        refusals = [
-            ("CreateNode", create, (None, "guest")),
-            # The node may be written, one of its leaves may not: nothing is made.
-            ("CreateNode", dict(create, paths=["Value", "Locked/Value"], values=["1", "2"]),
-             ("limited",)),
-            ("SetLeaf", {"path": "/Meter1/Voltage/Units", "value": "x"}, (None, "guest")),
-            ("SetLeaves", {"paths": ["/Meter1/Voltage/Units"], "values": ["x"]}, (None, "guest")),
-            ("RemoveNode", {"basePath": "/Meter1/Voltage"}, (None, "guest", "operator")),
-            ("RemoveNode", {"basePath": "/Meter1/Voltage:Units"}, ("operator",)),
-        ]
         self.gw.cds("rights", "grant", "limited", "/Test", "rw")
         self.gw.cds("rights", "grant", "limited", "/Test/Refused/Locked", "r")
-        for operation, fields, users in refusals:
+        for operation, fields, users in [
+                ("CreateNode", create, (None, "guest")),
+                # The node may be written, one of its leaves may not: nothing is made.
+                ("CreateNode", dict(create, paths=["Value", "Locked/Value"], values=["1", "2"]),
+                 ("limited",)),
+                ("SetLeaf", {"path": "/Meter1/Voltage/Units", "value": "x"}, (None, "guest")),
+                ("SetLeaves", {"paths": ["/Meter1/Voltage/Units"], "values": ["x"]}, (None, "guest")),
+                ("RemoveNode", {"basePath": "/Meter1/Voltage"}, (None, "guest", "operator")),
+                ("RemoveNode", {"basePath": "/Meter1/Voltage:Units"}, ("operator",))]:
             for user in users:
                 with self.subTest(operation=operation, user=user):
                     response = self.gw.request(body(operation, **fields), user=user)
