@@ -78,7 +78,8 @@ class DemoHandlerTest(unittest.TestCase):
         return self.gw.get("/Software/Commands/%s/outQueue/%d" % (device_node, handle))
 
     def test_what_the_handler_does_not_know_is_invalid(self):
-        command = '<nsc3:sendCmd-s xmlns:nsc3="%s"><cmdVersion>%%d</cmdVersion>%%s</nsc3:sendCmd-s>' % NS["nsc3"]
+        command = ('<nsc3:sendCmd-s xmlns:nsc3="%s"><cmdVersion>%%d</cmdVersion>%%s</nsc3:sendCmd-s>'
+                   % NS["nsc3"])
         for device_node, handle, text in [
                 ("AHU1", 5, "not a command"),
                 ("AHU1", 6, command % (2, "<cmdLine>self test</cmdLine>")),
