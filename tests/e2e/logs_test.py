@@ -1,8 +1,8 @@
 """The log and trend operations of the real daemon, started with "-m 40", on logs another
 process wrote with `cds log import` and `cds trend import`: what the daemon reads back from
-them (state texts from the store, the records left out, trimming, the NaN rule), the limits
-the setting gives, and the retries while another process locks a log. The selection rules
-and every failure row are the unit tests' (tests/unit/logs_*_test.cc)."""
+them (state texts from the store, the records left out, trimming, alarms as alarm updates,
+the NaN rule), the limits the setting gives, and the retries while another process locks a
+log. The selection rules and every failure row are the unit tests' (tests/unit/logs_*_test.cc)."""
 
 import json
 import os
@@ -28,17 +28,13 @@ DELTAS = [
 ] + [{"time": T0 + 10000 + i * 1000, "kind": 1, "source_path": "/AHU1/RunHours/Value",
       "type": "Unsigned", "value": 13000 + i, "quality": 192} for i in range(50)]
 ALARMS = [
-    {"time": T0, "kind": 8, "source_path": "/Meter1/Voltage/Value", "type": "Real",
-     "value": 254.2, "quality": 192, "message": "Voltage above critical limit", "event_id": 1001,
-     "sequence_index": 1, "base_priority": 100, "condition_present": True, "variation_level": 2},
+    {"time": T0, "kind": 8, "source_path": "/Meter1/Voltage/Value", "type": "Real", "value": 254.2,
+     "quality": 192, "message": "Voltage above critical limit", "event_id": 1001},
     {"time": T0 + 1000, "kind": 2, "type": "Boolean", "value": True, "quality": 192,
      "source_path": "/Software/System Settings/Configuration Changed/Value"},
-    {"time": T0 + 2000, "kind": 8, "source_path": "/Meter1/Voltage/Value", "type": "Real",
-     "value": 229, "quality": 192, "message": "Voltage above critical limit", "event_id": 1001,
-     "sequence_index": 2, "ack_status": 2, "note": "Back to normal"},
+    {"time": T0 + 2000, "kind": 8, "source_path": "/Meter1/Voltage/Value", "type": "Real", "value": 229,
+     "quality": 192, "message": "Voltage above critical limit", "event_id": 1001, "ack_status": 2},
 ]
-SYSTEM = [{"time": T0 + i * 1000, "kind": 256, "level_quality": level, "source_path": "/"}
-          for i, level in enumerate([1, 2, 3, 7])]
 TRENDS = {"periods": [{"period": 1, "max-entries": 96}, {"period": 2, "max-entries": 24}],
           "devices": [{"path": "/AHU1", "params": [
               {"path": "/AHU1/SupplyTemp"},
@@ -83,7 +79,7 @@ class LogsTest(GatewayTestCase):
     def setUpClass(cls):
         cls.gw = Gateway()
         try:
-            for option, records in (("-h", DELTAS), ("-a", ALARMS), ("-s", SYSTEM)):
+            for option, records in (("-h", DELTAS), ("-a", ALARMS)):
                 for suffix in ("", "-wal", "-shm"):
                     if os.path.exists(cls.gw.logs[option] + suffix):
                         os.remove(cls.gw.logs[option] + suffix)
@@ -124,15 +120,12 @@ class LogsTest(GatewayTestCase):
         for limit in (0, 40):  # 40 records, one not shown
             self.assertEqual(len(self.deltas(log_request(limit))[2]), 39)
 
-    def test_event_logs_by_request_type_and_their_limit(self):
+    def test_alarm_log_and_its_limit(self):
         alarm = "nss1:AlarmUpdate"
         self.assertEqual(self.events(log_request(0, kind="LgRqTypAlarmEvents")), ("", [
             (alarm, "Voltage above critical limit", "NotAcked"),
             (None, "Device Node Structure Changed", None),
             (alarm, "Voltage above critical limit", "Closed")]))
-        levels = ["Informational Event", "Cautionary Event", "Critical Event", "System Event"]
-        self.assertEqual(self.events(log_request(4, kind="LgRqTypSystemEvents")),
-                         ("", [(None, text, None) for text in levels]))
         self.assertEqual(self.events(log_request(11, kind="LgRqTypAlarmEvents")), (TOO_BIG % 10, []))
 
     def test_trends_and_their_limit(self):

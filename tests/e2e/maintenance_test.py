@@ -1,8 +1,9 @@
 """The maintenance operations (nst1) through the real daemon on the demo gateway, with the
 store read back by the cds tool: nodes made, written and removed, a subscription's nodes
 from a record seeded with `cds import`, every error text of the operations' own, and each
-refusal. The reset runs only in a private mount namespace in which a test file stands at
-the reboot program's path, so that no test ever restarts the machine it runs on."""
+refusal. (SetLeaf and SetLeaves are the value writes with the maintenance flag, which the
+writes of CreateNode show.) The reset runs only in a private mount namespace in which a test
+file stands at the reboot program's path, so that no test ever restarts the machine it runs on."""
 
 import json
 import os
@@ -81,18 +82,6 @@ class MaintenanceTest(GatewayTestCase):
                 self.assertEqual(self.results("RemoveNode", basePath=path), [NOT_REMOVED])
                 self.assertEqual(self.gw.cds(read, path, check=False).returncode, 1)
         self.assertEqual(self.gw.get("/Meter1/Current:Minimum"), "0")
-
-    def test_set_leaf_and_set_leaves_write_as_maintenance(self):
-        # A plain write may not touch Units; the maintenance writes create and change leaves.
-        self.assertEqual(self.results("SetLeaf", path="/AHU1/RunHours/Units", value="hours"),
-                         ["hours"])
-        self.assertEqual(self.results("SetLeaves", options="", paths=[
-            "/AHU1/RunHours/ValueType", "/AHU1/RunHours/Value", "/AHU1/RunHours/Children"],
-            values=["Real", "12873.5", "x"]),
-            ["Real", "12873.5", "? 11 Illegal Attribute : Automatic Attribute Children is not Writable"])
-        listing = self.gw.cds("ls", "/AHU1/RunHours").stdout
-        self.assertRegex(listing, r"(?m)^Units\s+String\s+hours$")
-        self.assertRegex(listing, r"(?m)^Value\s+Real\s+12873.5$")
 
     def test_subscribed_nodes_are_the_record_s_real_time_nodes_as_paths(self):
         self.assertEqual(self.results("getSubscribedNodes", user=None, subscriptionId="panel-1"),
