@@ -36,8 +36,11 @@ class DeviceCommandTest(GatewayTestCase):
         handle = int(sent.findtext("cmdHandle"))
 
         def answered():
+            # The demo handler makes the result's node before it writes the result: until
+            # then the daemon finds no result (cmdFailHandle) or cannot read it (cmdFailOther).
             response = self.fetch(device, handle)
-            return response if response.findtext("numericStatus") != "cmdFailHandle" else None
+            return response if response.findtext("numericStatus") not in ("cmdFailHandle",
+                                                                         "cmdFailOther") else None
         return handle, wait_until(answered, what="the handler's answer to #%d" % handle)
 
     def test_commands_run_on_the_devices_under_consecutive_handles(self):
