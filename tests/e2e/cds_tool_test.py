@@ -355,11 +355,15 @@ class FileTest(CdsTestCase):
         for record, message in [
                 ({"kind": 1}, 'missing "time"'),
                 ({"time": 1.5}, '"time" is not an integer'),
-                ({"time": 1, "usec": -1}, '"usec" is out of range (0..999)'),
+                ({"time": 1, "usec": 1000}, '"usec" is out of range (0..999)'),
+                ({"time": 1, "kind": 2147483648}, '"kind" is out of range'),
                 ({"time": 1, "type": "Real"}, '"type" and "value" go together'),
                 ({"time": 1, "type": "Real", "value": "abc"}, '"abc" is not a valid Real'),
                 ({"time": 1, "quality": 192, "level_quality": 1}, "exclude each other"),
+                ({"time": 1, "quality": 65536}, '"quality" is out of range'),
+                ({"time": 1, "ack_status": 3}, '"ack_status" is out of range (0..2)'),
                 ({"time": 1, "event_id": -1}, '"event_id" is out of range'),
+                ({"time": 1, "condition_present": 1}, '"condition_present" is not a boolean'),
                 ({"time": 1, "message": 5}, '"message" is not a string')]:
             with self.subTest(record=record):
                 line = self.load("log", self.log, {"records": [good, good, record]}, code=1)
@@ -397,7 +401,9 @@ class FileTest(CdsTestCase):
         device = lambda d: d["devices"][0]
         snapshot = lambda d: device(d)["snapshots"][0]
         for change, message in [
+                (lambda d: d.pop("devices"), 'document: missing "devices"'),
                 (lambda d: d["periods"].append({"period": 1, "max-entries": 5}), "period 1 repeats"),
+                (lambda d: d["periods"][0].update({"max-entries": -1}), '"max-entries" is out of range'),
                 (lambda d: d["devices"].append({"path": "/AHU1"}), 'devices[1]: the path "/AHU1" repeats'),
                 (lambda d: device(d)["params"][1].update({"path": "/AHU1/Temp"}),
                  'devices[0].params[1]: the path "/AHU1/Temp" repeats'),
