@@ -1,8 +1,9 @@
 """The maintenance operations (nst1) through the real daemon on the demo gateway, with the
 store read back by the cds tool: nodes made, written and removed, a subscription's nodes
 from a record seeded with `cds import`, every error text of the operations' own, and each
-refusal. The reset runs only in a private mount namespace in which a test file stands at
-the reboot program's path, so that no test ever restarts the machine it runs on."""
+refusal. (SetLeaf and SetLeaves are the value writes with the maintenance flag, which the
+writes of CreateNode show.) The reset runs only in a private mount namespace in which a test
+file stands at the reboot program's path, so that no test ever restarts the machine it runs on."""
 
 import json
 import os
@@ -29,28 +30,16 @@ def body(operation, **fields):
     return "<nst1:%s>%s</nst1:%s>" % (operation, "".join(parts), operation)
 
 
-def exported(gw):
-    """The store as `cds export /` gives it, without what the daemon writes about itself."""
-    doc = json.loads(gw.cds("export", "/", "-").stdout)
-    own = "/Software/Data Servers/BACnet WebServices"
-    return ([n for n in doc["nodes"] if not n.startswith(own)],
-            [leaf for leaf in doc["leaves"] if not leaf["path"].startswith(own)])
-
-
 class MaintenanceTest(GatewayTestCase):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
         rt = SUBSCRIPTIONS + "panel-1/RTNodes/"
-        record = {
-            # Node names as CPath::PathToNodeName makes them.
-            "nodes": [rt + "Meter1.Voltage", rt + "Meter1.Submeter.Power", rt + "Odd\\.Name.x",
-                      SUBSCRIPTIONS + "panel-2/RTNodes"],
-            "leaves": [{"path": rt + "Meter1.Voltage/Deadband/Value", "type": "Real",
-                        "value": "0.5"},
-                       {"path": SUBSCRIPTIONS + "sub-3/ReplyURI/Value", "type": "String",
-                        "value": "http://client/"}],
-        }
+        # Node names as CPath::PathToNodeName makes them; sub-3 has no real-time nodes.
+        record = {"nodes": [rt + "Meter1.Voltage", rt + "Meter1.Submeter.Power", rt + "Odd\\.Name.x",
+                            SUBSCRIPTIONS + "panel-2/RTNodes"],
+                  "leaves": [{"path": SUBSCRIPTIONS + "sub-3/ReplyURI/Value", "type": "String",
+                              "value": "x"}]}
         cls.gw.cds("import", "-", input=json.dumps(record))
 
     def results(self, operation, user="admin", **fields):
@@ -58,22 +47,20 @@ class MaintenanceTest(GatewayTestCase):
         return [e.text or "" for e in answer.findall(NST1 + operation + "Result")]
 
     def test_create_node_makes_the_node_and_answers_the_last_value_write(self):
-        cases = [
-            # One trailing "/" or ":" is dropped for the node; the leaves are the base path
-            # as sent followed by the names. A ValueType types the Value and is not stored.
-            ("/Test/New/", ["ValueType", "Writable", "Value"], ["Real", "true", "1.5"], "1.5",
-             "/Test/New", ["Value Real 1.5", "Writable Boolean true"]),
-            ("/Test/Colon:", ["Units"], ["kW"], "kW", "/Test/Colon", ["Units String kW"]),
-            # An existing node keeps what it has; "Value" at index 2 answers the third write.
-            ("/Meter1/Voltage/", ["Units", "Description", "Value", "Writable"],
-             ["kV", "Mains", "231", "false"], "231", "/Meter1/Voltage",
-             ["Units String kV", "Value Real 231", "Minimum Real 0", "Writable Boolean false"]),
-            # Without a "Value" the first write answers, here with its error text.
-            ("/Test/NoValue/", ["Children", "Units"], ["x", "A"],
-             "? 11 Illegal Attribute : Automatic Attribute Children is not Writable",
-             "/Test/NoValue", ["Units String A"]),
-        ]
-        for base, names, values, result, node, leaves in cases:
+        for base, names, values, result, node, leaves in [
+                # One trailing "/" or ":" is dropped for the node; the leaves are the base path
+                # as sent followed by the names. A ValueType types the Value and is not stored.
+                ("/Test/New/", ["ValueType", "Writable", "Value"], ["Real", "true", "1.5"], "1.5",
+                 "/Test/New", ["Value Real 1.5", "Writable Boolean true"]),
+                ("/Test/Colon:", ["Units"], ["kW"], "kW", "/Test/Colon", ["Units String kW"]),
+                # An existing node keeps what it has; "Value" at index 2 answers the third write.
+                ("/Meter1/Voltage/", ["Units", "Description", "Value", "Writable"],
+                 ["kV", "Mains", "231", "false"], "231", "/Meter1/Voltage",
+                 ["Units String kV", "Value Real 231", "Minimum Real 0", "Writable Boolean false"]),
+                # Without a "Value" the first write answers, here with its error text.
+                ("/Test/NoValue/", ["Children", "Units"], ["x", "A"],
+                 "? 11 Illegal Attribute : Automatic Attribute Children is not Writable",
+                 "/Test/NoValue", ["Units String A"])]:
             with self.subTest(base=base):
                 self.assertEqual(self.results("CreateNode", options="persist", basePath=base,
                                               paths=names, values=values), [result])
@@ -89,80 +76,57 @@ class MaintenanceTest(GatewayTestCase):
     def test_remove_node_clears_an_attribute_or_removes_a_subtree(self):
         self.gw.cds("mkdir", "/Test/Tree/a/b")
         self.gw.cds("set", "/Test/Tree/a/Value", "Integer", "1")
-        for path in ("/Meter1/Current:Resolution", "/Test/Tree"):
+        for path, read in (("/Meter1/Current:Resolution", "get"), ("/Test/Tree", "ls")):
             with self.subTest(path=path):
-                self.assertEqual(self.results("RemoveNode", options="persist", basePath=path),
-                                 [""])
+                self.assertEqual(self.results("RemoveNode", options="persist", basePath=path), [""])
                 self.assertEqual(self.results("RemoveNode", basePath=path), [NOT_REMOVED])
-        self.assertEqual(self.gw.cds("get", "/Meter1/Current:Resolution", check=False).returncode,
-                         1)
+                self.assertEqual(self.gw.cds(read, path, check=False).returncode, 1)
         self.assertEqual(self.gw.get("/Meter1/Current:Minimum"), "0")
-        self.assertEqual(self.gw.cds("ls", "/Test/Tree", check=False).returncode, 1)
-
-    def test_error_texts(self):
-        paths_17 = "? 17 No Paths Provided : No Paths provided"
-        cases = [
-            # CreateNode's own texts do not follow the options.
-            ("CreateNode", {"options": "errorPrefix=E:", "basePath": "/Test/X"}, paths_17),
-            ("CreateNode", {"basePath": "/Test/X", "paths": ["Value"]},
-             "? 23 Empty Array : No Values provided"),
-            ("CreateNode", {"basePath": "/Test/X", "paths": ["Value"], "values": ["1", "2"]},
-             "? 14 Index Out of Range : Mismatched array sizes"),
-            ("CreateNode", {"options": "errorPrefix=E:", "paths": ["Value"], "values": ["1"]},
-             "? 8 Bad Path Syntax : No node path provided"),
-            ("CreateNode", {"basePath": "Test/X/", "paths": ["Value"], "values": ["1"]},
-             "? 16 Write Failed"),
-            ("RemoveNode", {"options": "errorPrefix=E:"},
-             "E:? 8 Bad Path Syntax : CDS Error in supplied path"),
-            ("RemoveNode", {"basePath": "/Test/Nothing"}, NOT_REMOVED),
-            ("RemoveNode", {"basePath": "/"}, NOT_REMOVED),
-            ("getSubscribedNodes", {}, "? 28 No match for SubscriberId : No subscriptionId given"),
-            ("getSubscribedNodes", {"subscriptionId": "sub-9"},
-             "? 28 No match for SubscriberId : sub-9"),
-            # A record without real-time nodes is no subscription to list.
-            ("getSubscribedNodes", {"subscriptionId": "sub-3"},
-             "? 28 No match for SubscriberId : sub-3"),
-            ("SetLeaves", {"options": "errorPrefix=E:"}, "E:" + paths_17),
-        ]
-        for operation, fields, text in cases:
-            with self.subTest(operation=operation, fields=fields):
-                self.assertEqual(self.results(operation, **fields), [text])
-        self.assertEqual(self.gw.cds("ls", "/Test/X", check=False).returncode, 1)
-
-    def test_set_leaf_and_set_leaves_write_as_maintenance(self):
-        # A plain write may not touch Units; the maintenance writes create and change leaves.
-        self.assertEqual(self.results("SetLeaf", path="/AHU1/RunHours/Units", value="hours"),
-                         ["hours"])
-        self.assertEqual(self.results("SetLeaves", options="", paths=[
-            "/AHU1/RunHours/ValueType", "/AHU1/RunHours/Value", "/AHU1/RunHours/Children"],
-            values=["Real", "12873.5", "x"]),
-            ["Real", "12873.5",
-             "? 11 Illegal Attribute : Automatic Attribute Children is not Writable"])
-        listing = self.gw.cds("ls", "/AHU1/RunHours").stdout
-        self.assertRegex(listing, r"(?m)^Units\s+String\s+hours$")
-        self.assertRegex(listing, r"(?m)^Value\s+Real\s+12873.5$")
 
     def test_subscribed_nodes_are_the_record_s_real_time_nodes_as_paths(self):
         self.assertEqual(self.results("getSubscribedNodes", user=None, subscriptionId="panel-1"),
                          ["/Meter1/Submeter/Power", "/Meter1/Voltage", "/Odd.Name/x"])
         self.assertEqual(self.results("getSubscribedNodes", subscriptionId="panel-2"), [])
 
+    def test_error_texts(self):
+        no_paths, no_match = "? 17 No Paths Provided : No Paths provided", "? 28 No match for SubscriberId : "
+        for operation, fields, text in [
+                # CreateNode's own texts do not follow the options.
+                ("CreateNode", {"options": "errorPrefix=E:", "basePath": "/Test/X"}, no_paths),
+                ("CreateNode", {"options": "errorPrefix=E:", "paths": ["Value"], "values": ["1"]},
+                 "? 8 Bad Path Syntax : No node path provided"),
+                ("CreateNode", {"basePath": "Test/X/", "paths": ["Value"], "values": ["1"]},
+                 "? 16 Write Failed"),
+                ("SetLeaves", {"options": "errorPrefix=E:"}, "E:" + no_paths),
+                ("RemoveNode", {"options": "errorPrefix=E:"},
+                 "E:? 8 Bad Path Syntax : CDS Error in supplied path"),
+                ("RemoveNode", {"basePath": "/"}, NOT_REMOVED),
+                ("getSubscribedNodes", {}, no_match + "No subscriptionId given"),
+                ("getSubscribedNodes", {"subscriptionId": "sub-9"}, no_match + "sub-9"),
+                # A record without real-time nodes is no subscription to list.
+                ("getSubscribedNodes", {"subscriptionId": "sub-3"}, no_match + "sub-3")]:
+            with self.subTest(operation=operation, fields=fields):
+                self.assertEqual(self.results(operation, **fields), [text])
+        self.assertEqual(self.gw.cds("ls", "/Test/X", check=False).returncode, 1)
+
     def test_refusals_change_nothing(self):
-        before = exported(self.gw)
+        def exported():  # the store without what the daemon writes about itself
+            doc, own = json.loads(self.gw.cds("export", "/", "-").stdout), "/Software/Data Servers/BACnet"
+            return ([n for n in doc["nodes"] if not n.startswith(own)],
+                    [leaf for leaf in doc["leaves"] if not leaf["path"].startswith(own)])
+        before = exported()
         create = {"basePath": "/Test/Refused/", "paths": ["Value"], "values": ["1"]}
-        refusals = [
-            ("CreateNode", create, (None, "guest")),
-            # The node may be written, one of its leaves may not: nothing is made.
-            ("CreateNode", dict(create, paths=["Value", "Locked/Value"], values=["1", "2"]),
-             ("limited",)),
-            ("SetLeaf", {"path": "/Meter1/Voltage/Units", "value": "x"}, (None, "guest")),
-            ("SetLeaves", {"paths": ["/Meter1/Voltage/Units"], "values": ["x"]}, (None, "guest")),
-            ("RemoveNode", {"basePath": "/Meter1/Voltage"}, (None, "guest", "operator")),
-            ("RemoveNode", {"basePath": "/Meter1/Voltage:Units"}, ("operator",)),
-        ]
         self.gw.cds("rights", "grant", "limited", "/Test", "rw")
         self.gw.cds("rights", "grant", "limited", "/Test/Refused/Locked", "r")
-        for operation, fields, users in refusals:
+        for operation, fields, users in [
+                ("CreateNode", create, (None, "guest")),
+                # The node may be written, one of its leaves may not: nothing is made.
+                ("CreateNode", dict(create, paths=["Value", "Locked/Value"], values=["1", "2"]),
+                 ("limited",)),
+                ("SetLeaf", {"path": "/Meter1/Voltage/Units", "value": "x"}, (None, "guest")),
+                ("SetLeaves", {"paths": ["/Meter1/Voltage/Units"], "values": ["x"]}, (None, "guest")),
+                ("RemoveNode", {"basePath": "/Meter1/Voltage"}, (None, "guest", "operator")),
+                ("RemoveNode", {"basePath": "/Meter1/Voltage:Units"}, ("operator",))]:
             for user in users:
                 with self.subTest(operation=operation, user=user):
                     response = self.gw.request(body(operation, **fields), user=user)
@@ -170,7 +134,7 @@ class MaintenanceTest(GatewayTestCase):
                     self.assertIn("401", fault_of(response)[1])
         self.gw.cds("rights", "revoke", "limited", "/Test")
         self.gw.cds("rights", "revoke", "limited", "/Test/Refused/Locked")
-        self.assertEqual(exported(self.gw), before)
+        self.assertEqual(exported(), before)
 
 
 def namespace_launcher(program):
