@@ -28,5 +28,5 @@ args=(--root . --object-directory "$build" --exclude-directories "$build/CMakeFi
 if [ -n "${DETAIL:-}" ]; then
   gcovr "${args[@]}"
 else
-  gcovr "${args[@]}" -o /dev/null
+  gcovr "${args[@]}" -o "$build/coverage.txt"
 fi
