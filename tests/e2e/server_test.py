@@ -1,5 +1,5 @@
 """The daemon as a process: start-up and stop, signals, detach, the command line, the socket
-and its bounds, the callers it publishes, and the store it shares with other processes."""
+and its bounds, and the store it shares with other processes."""
 
 import os
 import signal
@@ -52,40 +52,6 @@ class DispatchTest(GatewayTestCase):
                     self.assertRegex(text, r"Method '.*' not implemented")
         self.assertEqual(self.gw.call("<nsqv:whoAmI/>", user="u").findtext("result"), "u")
         self.assertIn("Failed in soap processing; ", self.gw.stderr_text())
-
-
-class ConnectionRegistryTest(GatewayTestCase):
-    """Callers are published under the Connections node by the sweep and withdrawn after ten
-    minutes; the daemon's clock is moved through its test-clock file instead of waiting."""
-
-    demo = False
-    CONNECTIONS = APP + "/Connections"
-
-    def children(self):
-        return [n for n in self.gw.get(self.CONNECTIONS + ":Children").split(";") if n]
-
-    def sweep_at(self, offset):
-        """Moves the clock and sends a request after which the loop runs its sweep."""
-        self.gw.set_clock_offset(offset)
-        self.gw.request("<nsqv:whoAmI/>")
-
-    def test_callers_are_published_and_time_out(self):
-        self.gw.cds("mkdir", self.CONNECTIONS + "/99")  # left over from an earlier run
-        self.gw.request("<nsqv:whoAmI/>", user="op")
-        self.gw.request("<nsqv:whoAmI/>", user="admin", https="on")
-        self.gw.request("<nsqv:whoAmI/>", user="op")  # the same caller again
-        # The sweep runs after the response has gone out: wait for its writes.
-        self.sweep_at(61)
-        wait_until(lambda: sorted(self.children()) == ["1", "2S"], what="the published callers")
-        self.assertEqual(self.gw.get(self.CONNECTIONS + "/2S/User"), "admin")
-        err = self.gw.stderr_text()
-        self.assertIn("New wsgated connection 1 for 127.0.0.1op \n", err)
-        self.assertIn("New wsgated connection 2S for 127.0.0.1adminS \n", err)
-        self.assertIn("Unexpected removal of connection %s 99 \n" % self.CONNECTIONS, err)
-
-        self.sweep_at(61 + 60 + 601)
-        wait_until(lambda: self.children() == [], what="the callers to time out")
-        self.assertIn("Timed out connection 2S for 127.0.0.1 \n", self.gw.stderr_text())
 
 
 class HostileConnectionTest(GatewayTestCase):
