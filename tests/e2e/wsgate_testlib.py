@@ -3,7 +3,9 @@ daemon started on it, a FastCGI client that talks to its socket as the web serve
 envelope helpers and lighttpd in front. Everything started is stopped again, and nothing
 waits for a fixed time: readiness is polled."""
 
+import glob
 import os
+import pathlib
 import shutil
 import signal
 import socket
@@ -287,12 +289,8 @@ class Gateway:
         """What the daemon wrote to its standard error, or its sanitizer reports."""
         if not self.detached:
             return self.stderr_text()
-        texts = []
-        for name in sorted(os.listdir(self.dir)):
-            if name.startswith("sanitizer."):
-                with open(os.path.join(self.dir, name), "rb") as f:
-                    texts.append(f.read().decode(errors="replace"))
-        return "".join(texts)
+        return "".join(pathlib.Path(path).read_text(errors="replace")
+                       for path in sorted(glob.glob(os.path.join(self.dir, "sanitizer.*"))))
 
     def stderr_text(self):
         """The daemon's standard error; skips the calling test for a detached daemon, whose
