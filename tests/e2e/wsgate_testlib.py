@@ -159,9 +159,8 @@ def body_of(root):
 
 
 def fault_of(response):
-    """The (code, text) of a SOAP fault (a response, or the root element of one), or None when
-    it is not a fault."""
-    body = body_of(response if ET.iselement(response) else response.xml())
+    """The (code, text) of a SOAP fault response, or None when the response is not a fault."""
+    body = body_of(response.xml())
     fault = body.find("{%s}Fault" % SOAP11)
     if fault is not None:
         return fault.findtext("faultcode"), fault.findtext("faultstring")
