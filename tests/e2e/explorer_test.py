@@ -1,18 +1,17 @@
 """The explorer page (web/) in Debian's headless chromium, against the real daemon behind
 lighttpd with the demo data: what an operator and a guest see and do, the chart drawn from
-the trend log, the "reconnecting" state over a daemon restart, and that nothing is served
-without credentials. Screenshots at desktop and phone widths go to WSGATE_E2E_ARTIFACTS (or
+the trend log and the "reconnecting" state over a daemon restart (that nothing is served
+without credentials is in web_front_test). Screenshots at desktop and phone widths go to WSGATE_E2E_ARTIFACTS (or
 a directory of their own, named on standard error)."""
 
 import base64
 import os
 import shutil
-import subprocess
 import sys
 import tempfile
 import unittest
 
-from wsgate_testlib import WebFrontTestCase, envelope, wait_until
+from wsgate_testlib import WebFrontTestCase, wait_until
 
 try:
     from selenium import webdriver
@@ -59,8 +58,6 @@ class ExplorerTest(WebFrontTestCase):
             print("explorer screenshots: " + cls.artifacts, file=sys.stderr)
         finally:
             super().tearDownClass()
-
-    # --- helpers ---
 
     def open_as(self, user):
         """Opens the page with `user`'s credentials sent on every request (as a browser does
@@ -110,28 +107,9 @@ class ExplorerTest(WebFrontTestCase):
         self.browser.execute_script("window.scrollTo(0, 0)")
         self.browser.save_screenshot(os.path.join(self.artifacts, name))
 
-    # --- tests ---
-
-    def test_nothing_is_served_without_credentials(self):
-        whoami = envelope("<nsqv:whoAmI><options/></nsqv:whoAmI>").decode()
-        for path in ("/", "/index.html", "/explorer.js", "/javascript/chart.js/chart.min.js",
-                     "/ws"):
-            for credentials in ([], ["-u", "operator:wrong"]):
-                with self.subTest(path=path, credentials=credentials):
-                    command = ["curl", "-s", "-o", "/dev/null", "-w", "%{http_code}"] + credentials
-                    if path == "/ws":
-                        command += ["-H", "Content-Type: text/xml", "--data-binary", whoami]
-                    status = subprocess.run(command + [self.web.url(path)], capture_output=True,
-                                            text=True, timeout=30).stdout
-                    self.assertEqual(status, "401")
-
     def test_operator_reads_writes_acknowledges_and_plots(self):
         self.open_as("operator")
         wait_until(lambda: self.find("#devices li"), what="the device tree")
-        # Measured, not asserted: the load event, and the tree shown (an upper bound: polled).
-        load_ms, tree_ms = self.browser.execute_script(
-            "const n = performance.getEntriesByType('navigation')[0];"
-            "return [n.loadEventEnd - n.startTime, performance.now()];")
         self.expand("/Meter1")
         self.gw.cds("set", "/Meter1/Voltage", "Real", "231.7")
         wait_until(lambda: self.point("/Meter1/Voltage", ".value").text == "231.7",
@@ -187,8 +165,6 @@ class ExplorerTest(WebFrontTestCase):
         self.shoot("explorer-desktop.png", DESKTOP[0])
         self.shoot("explorer-phone.png", PHONE[0])
         self.browser.set_window_size(*DESKTOP)
-        print("explorer page load: %.0f ms, device tree shown by %.0f ms" % (load_ms, tree_ms),
-              file=sys.stderr)
 
     def test_guest_sees_the_refusal_and_the_offline_device(self):
         self.open_as("guest")

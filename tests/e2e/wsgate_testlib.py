@@ -1,12 +1,11 @@
 """Shared fixtures of the end-to-end tests: a temporary gateway (store, socket, logs), the real
-daemon started on it, a FastCGI client that talks to the daemon's socket the way the web
-server does, and SOAP envelope helpers.
+daemon started on it, a FastCGI client that talks to its socket as the web server does, SOAP
+envelope helpers and lighttpd in front. Everything started is stopped again, and nothing
+waits for a fixed time: readiness is polled."""
 
-Every test class gets its own directory under the system temp directory; everything started
-is stopped again, and nothing waits for a fixed time: readiness is polled.
-"""
-
+import glob
 import os
+import pathlib
 import shutil
 import signal
 import socket
@@ -16,28 +15,25 @@ import tempfile
 import time
 import unittest
 import xml.etree.ElementTree as ET
+from xml.sax.saxutils import escape
 
 BIN_DIR = os.environ.get("WSGATE_BIN_DIR", "")
 SOURCE_DIR = os.environ.get(
     "WSGATE_SOURCE_DIR", os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)))))
 
-BASE = "http://wsgate.local/ws/"
-NS = {
-    "SOAP-ENV": "http://schemas.xmlsoap.org/soap/envelope/",
-    "SOAP-ENV12": "http://www.w3.org/2003/05/soap-envelope",
-    "nst1": BASE + "BACnetWSKiteTest",
-    "nss1": BASE + "BACnetWSKiteSubscriber",
-    "nsqv": BASE + "BACnetWSKiteQV",
-    "nsc3": BASE + "BACnetWSKiteC3",
-    "nsc1": BASE + "BACnetWSKite",
-}
+NS = dict({"SOAP-ENV": "http://schemas.xmlsoap.org/soap/envelope/",
+           "SOAP-ENV12": "http://www.w3.org/2003/05/soap-envelope"},
+          **{prefix: "http://wsgate.local/ws/BACnetWSKite" + suffix for prefix, suffix in (
+              ("nst1", "Test"), ("nss1", "Subscriber"), ("nsqv", "QV"), ("nsc3", "C3"), ("nsc1", ""))})
 SOAP11 = NS["SOAP-ENV"]
 SOAP12 = NS["SOAP-ENV12"]
-# What AddressSanitizer, LeakSanitizer and UndefinedBehaviorSanitizer write when they find
-# something.
+# What AddressSanitizer, LeakSanitizer and UndefinedBehaviorSanitizer write on a finding.
 SANITIZER_MARKS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", ": runtime error: ")
 # The node under which the daemon publishes its status.
 APP_PATH = "/Software/Data Servers/BACnet WebServices"
+# Set by CTest for the "detached" run of an end-to-end file: every Gateway then runs the
+# daemon as a gateway does, detached (no -d), instead of in the foreground.
+DETACHED = os.environ.get("WSGATE_E2E_DETACHED") == "1"
 
 
 def binary(name):
@@ -66,12 +62,11 @@ def wait_until(predicate, timeout=20.0, what="condition"):
 _FCGI_BEGIN, _FCGI_END, _FCGI_PARAMS, _FCGI_STDIN, _FCGI_STDOUT = 1, 3, 4, 5, 6
 
 
-def _record(kind, content, request_id=1):
+def _record(kind, content):
     # Records carry at most 65535 bytes; empty content ends a stream. Joined once, so that
     # a body of many megabytes costs no more than its size.
     chunks = [content[i:i + 65535] for i in range(0, len(content), 65535)] or [b""]
-    return b"".join(struct.pack(">BBHHBx", 1, kind, request_id, len(chunk), 0) + chunk
-                    for chunk in chunks)
+    return b"".join(struct.pack(">BBHHBx", 1, kind, 1, len(chunk), 0) + chunk for chunk in chunks)
 
 
 def _name_value(name, value):
@@ -86,12 +81,10 @@ class FcgiResponse:
         self.raw = raw
         head, _, self.body = raw.partition(b"\r\n\r\n")
         self.headers = {}
-        self.status = 200
         for line in head.decode("latin-1").split("\r\n"):
             name, _, value = line.partition(":")
             self.headers[name.strip().lower()] = value.strip()
-        if "status" in self.headers:
-            self.status = int(self.headers["status"].split()[0])
+        self.status = int(self.headers.get("status", "200").split()[0])
 
     def xml(self):
         return ET.fromstring(self.body)
@@ -102,16 +95,13 @@ def fcgi_message(body, params=None):
     env = {"REQUEST_METHOD": "POST", "CONTENT_TYPE": "text/xml; charset=utf-8",
            "CONTENT_LENGTH": str(len(body)), "SCRIPT_NAME": "/ws", "SERVER_PROTOCOL": "HTTP/1.1"}
     env.update(params or {})
-    env = {k: v for k, v in env.items() if v is not None}
-    payload = b"".join(_name_value(k, v) for k, v in env.items())
+    payload = b"".join(_name_value(k, v) for k, v in env.items() if v is not None)
     return (_record(_FCGI_BEGIN, struct.pack(">HB5x", 1, 0)) + _record(_FCGI_PARAMS, payload)
             + _record(_FCGI_PARAMS, b"") + _record(_FCGI_STDIN, body) + _record(_FCGI_STDIN, b""))
 
 
 def read_fcgi_answer(s):
     """Reads the answer to a request sent on socket `s`; returns the FcgiResponse."""
-    # Output arrives in records of at most 64 KiB: joined once at the end, so that an answer
-    # of many megabytes costs no more than its size.
     stdout, ended, buffer = [], False, b""
     while not ended:
         try:
@@ -125,10 +115,9 @@ def read_fcgi_answer(s):
             _, kind, _, length, padding = struct.unpack(">BBHHB", buffer[:7])
             if len(buffer) < 8 + length + padding:
                 break
-            content = buffer[8:8 + length]
-            buffer = buffer[8 + length + padding:]
             if kind == _FCGI_STDOUT:
-                stdout.append(content)
+                stdout.append(buffer[8:8 + length])
+            buffer = buffer[8 + length + padding:]
             ended = ended or kind == _FCGI_END
     return FcgiResponse(b"".join(stdout))
 
@@ -158,10 +147,7 @@ def envelope(body_xml):
 
 
 def text_element(name, value):
-    if value is None:
-        return ""
-    from xml.sax.saxutils import escape
-    return "<%s>%s</%s>" % (name, escape(value), name)
+    return "" if value is None else "<%s>%s</%s>" % (name, escape(value), name)
 
 
 def body_of(root):
@@ -174,56 +160,43 @@ def body_of(root):
 
 def fault_of(response):
     """The (code, text) of a SOAP fault response, or None when the response is not a fault."""
-    root = response.xml()
-    body = body_of(root)
-    for version in (SOAP11, SOAP12):
-        fault = body.find("{%s}Fault" % version)
-        if fault is None:
-            continue
-        if version == SOAP11:
-            return fault.findtext("faultcode"), fault.findtext("faultstring")
-        code = fault.find("{%s}Code/{%s}Value" % (version, version))
-        reason = fault.find("{%s}Reason/{%s}Text" % (version, version))
-        return (code.text if code is not None else None, reason.text if reason is not None else None)
+    body = body_of(response.xml())
+    fault = body.find("{%s}Fault" % SOAP11)
+    if fault is not None:
+        return fault.findtext("faultcode"), fault.findtext("faultstring")
+    fault = body.find("{%s}Fault" % SOAP12)
+    if fault is not None:
+        return (fault.findtext("{%s}Code/{%s}Value" % (SOAP12, SOAP12)),
+                fault.findtext("{%s}Reason/{%s}Text" % (SOAP12, SOAP12)))
     return None
 
 
 # --- The gateway under test -------------------------------------------------------------------
 
-# Set by CTest for the "detached" run of an end-to-end file: every Gateway then runs the
-# daemon as a gateway does, detached (no -d), instead of in the foreground.
-DETACHED = os.environ.get("WSGATE_E2E_DETACHED") == "1"
-
-
 class Gateway:
     """A temporary store and logs (with the demo: the demo's history), the `cds` tool on
-    them and the daemon serving them.
-
-    The daemon runs in the foreground (-d) as our child, or, with `detached` (default: the
-    WSGATE_E2E_DETACHED run), detached as in production: then its standard error is
-    /dev/null, so the tests that read it are skipped, and sanitizer reports go to files of
-    the gateway's directory instead."""
+    them and the daemon serving them: in the foreground (-d) as our child, or, with `detached`
+    (default: the WSGATE_E2E_DETACHED run), detached as in production, its standard error
+    /dev/null (the tests that read it are skipped) and its sanitizer reports in files."""
 
     def __init__(self, demo=True, detached=None):
         self.dir = tempfile.mkdtemp(prefix="wsgate-e2e-")
         self.detached = DETACHED if detached is None else detached
         self.store = os.path.join(self.dir, "cds.db")
         self.socket = os.path.join(self.dir, "wsgated.socket")
-        self.process = None
-        self.pid = None
+        self.process = self.pid = self.handler = None
         # A command that starts the daemon's command line given after it (for example in a
         # namespace of its own); empty: the daemon is started directly.
         self.launcher = []
-        self.handler = None
         self.stderr_path = os.path.join(self.dir, "stderr.log")
         self.clock_file = os.path.join(self.dir, "clock")
-        self.sanitizer_log = os.path.join(self.dir, "sanitizer")
         self.env = dict(os.environ, CDS_PATH=self.store, WSGATED_SOCKET=self.socket,
                         WSGATE_TEST_CLOCK=self.clock_file)
         if self.detached:
             for name in ("ASAN_OPTIONS", "UBSAN_OPTIONS"):
                 options = self.env.get(name, "")
-                self.env[name] = (options + ":" if options else "") + "log_path=" + self.sanitizer_log
+                self.env[name] = (options + ":" if options else "") + "log_path=" + os.path.join(
+                    self.dir, "sanitizer")
         # The daemon's four log databases (-h, -a, -s, -t); the demo writes its history there.
         self.logs = {option: os.path.join(self.dir, name) for option, name in
                      (("-h", "deadband.db"), ("-a", "alarms.db"), ("-s", "system.db"),
@@ -248,7 +221,7 @@ class Gateway:
         others: a later option wins), and waits until it accepts connections."""
         args = [arg for option, path in self.logs.items() for arg in (option, path)] + list(args)
         if self.detached:
-            result = subprocess.run(self.launcher + [binary("wsgated")] + list(args),
+            result = subprocess.run(self.launcher + [binary("wsgated")] + args,
                                     cwd=self.dir, env=self.env, capture_output=True, timeout=30)
             if result.returncode != 0:
                 raise AssertionError("wsgated exited with %d: %r" % (result.returncode,
@@ -257,22 +230,22 @@ class Gateway:
                                   what="the detached daemon")
         else:
             self.stderr_file = open(self.stderr_path, "ab")
-            command = self.launcher + [binary("wsgated"), "-d"] + list(args)
-            self.process = subprocess.Popen(command, cwd=self.dir, env=self.env,
-                                            stdout=subprocess.PIPE, stderr=self.stderr_file)
+            self.process = subprocess.Popen(self.launcher + [binary("wsgated"), "-d"] + args,
+                                            cwd=self.dir, env=self.env, stdout=subprocess.PIPE,
+                                            stderr=self.stderr_file)
             self.pid = self.process.pid
-        wait_until(self._accepting, what="the daemon's socket")
-        return self
 
-    def _accepting(self):
-        if not self.alive():
-            raise AssertionError("wsgated exited: %s" % self.last_words())
-        try:
-            with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as s:
-                s.connect(self.socket)
-            return True
-        except OSError:
-            return False
+        def accepting():
+            if not self.alive():
+                raise AssertionError("wsgated exited: %s" % self.last_words())
+            try:
+                with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as s:
+                    s.connect(self.socket)
+                return True
+            except OSError:
+                return False
+        wait_until(accepting, what="the daemon's socket")
+        return self
 
     def stop(self, sig=signal.SIGTERM):
         """Signals the daemon and returns (exit status, stdout text); a detached daemon is
@@ -293,8 +266,7 @@ class Gateway:
         out, _ = self.process.communicate(timeout=30)
         self.stderr_file.close()
         status = self.process.returncode
-        self.process = None
-        self.pid = None
+        self.process = self.pid = None
         return status, out.decode(errors="replace")
 
     def stop_cleanly(self):
@@ -316,12 +288,8 @@ class Gateway:
         """What the daemon wrote to its standard error, or its sanitizer reports."""
         if not self.detached:
             return self.stderr_text()
-        texts = []
-        for name in sorted(os.listdir(self.dir)):
-            if name.startswith("sanitizer."):
-                with open(os.path.join(self.dir, name), "rb") as f:
-                    texts.append(f.read().decode(errors="replace"))
-        return "".join(texts)
+        return "".join(pathlib.Path(path).read_text(errors="replace")
+                       for path in sorted(glob.glob(os.path.join(self.dir, "sanitizer.*"))))
 
     def stderr_text(self):
         """The daemon's standard error; skips the calling test for a detached daemon, whose
@@ -366,14 +334,12 @@ class Gateway:
         wait_until(started, what="the device handler")
 
     def alive(self):
-        if self.pid is None:
-            return False
         if self.process is not None:
             return self.process.poll() is None
         try:
             with open("/proc/%d/stat" % self.pid) as f:
                 return f.read().split(") ")[-1][:1] != "Z"
-        except OSError:
+        except (OSError, TypeError):  # gone, or never started (no pid)
             return False
 
     def close(self):
@@ -390,9 +356,7 @@ def daemons_serving(socket_path):
     """Process ids of the wsgated processes whose environment names `socket_path`."""
     marker = ("WSGATED_SOCKET=" + socket_path).encode()
     pids = []
-    for entry in os.listdir("/proc"):
-        if not entry.isdigit():
-            continue
+    for entry in filter(str.isdigit, os.listdir("/proc")):
         try:
             with open("/proc/%s/cmdline" % entry, "rb") as f:
                 argv0 = f.read().split(b"\0")[0]
@@ -443,17 +407,16 @@ def free_port():
 class WebFront:
     """lighttpd in front of a Gateway, configured by deploy/site.sh in a directory of the
     gateway's: free local ports, the demo users with fresh passwords, the served WSDL and,
-    with `tls`, an HTTPS listener with a self-signed certificate."""
+    with `tls`, an HTTPS listener with a self-signed certificate. Started in the foreground;
+    returns once it accepts connections."""
 
     def __init__(self, gateway, tls=False):
-        self.lighttpd = shutil.which("lighttpd") or "/usr/sbin/lighttpd"
-        if not os.access(self.lighttpd, os.X_OK):
+        lighttpd = shutil.which("lighttpd") or "/usr/sbin/lighttpd"
+        if not os.access(lighttpd, os.X_OK):
             raise unittest.SkipTest("lighttpd is not installed")
-        self.gw = gateway
         self.run = os.path.join(gateway.dir, "web")
         self.wsdl_dir = os.path.join(os.path.dirname(BIN_DIR), "src", "service", "generated")
-        self.process = None
-        self.tls_port = None
+        self.process = self.tls_port = None
         env = dict(os.environ, WSGATED_SOCKET=gateway.socket)
         if tls:
             pem = os.path.join(gateway.dir, "tls.pem")
@@ -467,34 +430,34 @@ class WebFront:
                         str(self.port)], env=env, check=True, capture_output=True, timeout=60)
         with open(os.path.join(self.run, "users")) as f:
             self.passwords = dict(line.strip().split(":", 1) for line in f if ":" in line)
+        with open(os.path.join(self.run, "log", "lighttpd.stderr"), "ab") as err:
+            self.process = subprocess.Popen(
+                [lighttpd, "-D", "-f", os.path.join(self.run, "lighttpd.conf")],
+                stdin=subprocess.DEVNULL, stdout=err, stderr=err)
+
+        def accepting(port):
+            if self.process.poll() is not None:
+                # lighttpd says why it cannot start (a missing module, a bad setting) on its
+                # standard error, before its error log is open.
+                self.close()
+                raise AssertionError("lighttpd exited:\n%s%s" % (
+                    self.log("lighttpd.stderr"), self.log("error.log")))
+            try:
+                socket.create_connection(("127.0.0.1", port), timeout=1).close()
+                return True
+            except OSError:
+                return False
+        try:
+            wait_until(lambda: all(accepting(p) for p in (self.port, self.tls_port) if p),
+                       what="lighttpd's ports")
+        except BaseException:
+            self.close()
+            raise
 
     def url(self, path="/ws", https=False):
         if https:
             return "https://127.0.0.1:%d%s" % (self.tls_port, path)
         return "http://127.0.0.1:%d%s" % (self.port, path)
-
-    def start(self):
-        """Starts lighttpd in the foreground and waits until it accepts connections."""
-        self.stderr_path = os.path.join(self.run, "log", "lighttpd.stderr")
-        with open(self.stderr_path, "ab") as err:
-            self.process = subprocess.Popen(
-                [self.lighttpd, "-D", "-f", os.path.join(self.run, "lighttpd.conf")],
-                stdin=subprocess.DEVNULL, stdout=err, stderr=err)
-        ports = [p for p in (self.port, self.tls_port) if p]
-        wait_until(lambda: all(self._accepting(p) for p in ports), what="lighttpd's ports")
-        return self
-
-    def _accepting(self, port):
-        if self.process.poll() is not None:
-            # lighttpd says why it cannot start (a missing module, a bad setting) on its
-            # standard error, before its error log is open.
-            raise AssertionError("lighttpd exited with %s:\n%s%s" % (
-                self.process.returncode, self.log("lighttpd.stderr"), self.log("error.log")))
-        try:
-            socket.create_connection(("127.0.0.1", port), timeout=1).close()
-            return True
-        except OSError:
-            return False
 
     def log(self, name):
         """The text of a file in the web front's log directory ("" when it is missing)."""
@@ -524,13 +487,9 @@ class WebFrontTestCase(GatewayTestCase):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        web = None
         try:
-            web = WebFront(cls.gw, tls=cls.tls)
-            cls.web = web.start()
+            cls.web = WebFront(cls.gw, tls=cls.tls)
         except BaseException:
-            if web is not None:
-                web.close()
             cls.gw.close()
             raise
 
