@@ -7,6 +7,7 @@
 #include <strings.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -131,7 +132,10 @@ int listenOnDescriptorZero(const char* path) {
   strcpy(address.sun_path, path);
   int fd = socket(AF_UNIX, SOCK_STREAM, 0);
   if (fd < 0) return -1;
-  unlink(path);
+  // A socket left by an earlier run is replaced; any other file at the path stays (a
+  // mistaken path must not delete a store), and the bind below then fails.
+  struct stat existing;
+  if (lstat(path, &existing) == 0 && S_ISSOCK(existing.st_mode)) unlink(path);
   if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
       listen(fd, kBacklog) != 0) {
     close(fd);

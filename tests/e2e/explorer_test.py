@@ -16,6 +16,7 @@ from wsgate_testlib import WebFrontTestCase, wait_until
 try:
     from selenium import webdriver
     from selenium.webdriver.chrome.service import Service
+    from selenium.common.exceptions import StaleElementReferenceException
     from selenium.webdriver.common.by import By
     from selenium.webdriver.support.ui import Select
 except ImportError:
@@ -74,12 +75,24 @@ class ExplorerTest(WebFrontTestCase):
         return found[0] if found else None
 
     def text(self, css):
-        found = self.find(css)
-        return found.text if found is not None else None
+        try:
+            found = self.find(css)
+            return found.text if found is not None else None
+        except StaleElementReferenceException:  # replaced by a refresh: read it next time
+            return None
+
+    def click(self, css, what):
+        """Clicks `css` once it is there, again when a refresh replaced it meanwhile."""
+        def clicked():
+            try:
+                found = self.find(css)
+                return found is not None and (found.click() or True)
+            except StaleElementReferenceException:
+                return False
+        wait_until(clicked, what=what)
 
     def expand(self, device):
-        wait_until(lambda: self.find('#devices li[data-path="%s"] > button' % device),
-                   what="device " + device).click()
+        self.click('#devices li[data-path="%s"] > button' % device, "device " + device)
         wait_until(lambda: self.text('#devices li[data-path="%s"] tr .value' % device),
                    what="the points of " + device)
 
@@ -127,7 +140,7 @@ class ExplorerTest(WebFrontTestCase):
         self.assertEqual(self.gw.get("/AHU1/Setpoint"), "22.5")
 
         alarm = '#alarms tr[data-id="1001"] '
-        wait_until(lambda: self.find(alarm + "button"), what="alarm 1001").click()
+        self.click(alarm + "button", "alarm 1001")
         wait_until(lambda: self.text(alarm + ".ack-result") == "acknowledgement sent",
                    what="the acknowledgement")
         self.assertRegex(self.gw.cds("events", "--max", "1").stdout,

@@ -163,10 +163,14 @@ class LifecycleTest(unittest.TestCase):
 
     def test_a_socket_or_store_that_cannot_be_opened(self):
         os.makedirs(os.path.join(self.gw.dir, "store"))  # a directory where a database should be
+        not_a_socket = os.path.join(self.gw.dir, "notes.txt")
+        with open(not_a_socket, "w") as f:
+            f.write("kept")
         for name, env, status, err in [
-                # The socket: the daemon stops in order.
+                # The socket: the daemon stops in order, and leaves a file that is no socket.
                 ("socket", dict(self.gw.env, WSGATED_SOCKET=os.path.join(self.gw.dir, "no", "s")),
                  0, r"Stopping \S*wsgated \n$"),
+                ("file", dict(self.gw.env, WSGATED_SOCKET=not_a_socket), 0, r"Stopping \S*wsgated \n$"),
                 ("store", dict(self.gw.env, CDS_PATH=os.path.join(self.gw.dir, "store")), 1,
                  r"^Error: CCds::init\(\) failed\n$")]:
             with self.subTest(name):
@@ -175,6 +179,8 @@ class LifecycleTest(unittest.TestCase):
                 self.assertEqual(result.returncode, status)
                 self.assertRegex(result.stderr, err)
         self.assertEqual(self.gw.get(APP + "/AppStatus"), "2")
+        with open(not_a_socket) as f:
+            self.assertEqual(f.read(), "kept")
 
     def test_daemon_mode_detaches_and_stops_on_sigterm(self):
         result = subprocess.run([binary("wsgated")], env=self.gw.env, cwd=self.gw.dir,
