@@ -38,17 +38,13 @@ class TrendServiceTest : public LogServiceTest {
 
   // A request for /Dev's /Dev/A of every period, all of the log, ascending.
   Request request(int max = 0) {
-    Request r;
-    r.options = nullptr;
+    Request r;  // the generated constructor zeroes every field
     r.devicePath = text("/Dev");
     r.pointPaths = soap_new_nsqv__ArrayOfString(soap);
     r.pointPaths->string = {"/Dev/A"};
     r.periods = soap_new_nsqv__ArrayOfPeriod(soap);
     r.periods->period = {1, 2};
-    r.startTime = 0;
-    r.endTime = 0;
     r.nMaxToReturn = max;
-    r.startingOffset = 0;
     r.ascendingOrder = true;
     return r;
   }
@@ -196,7 +192,6 @@ TEST_F(LogServiceTest, AFailedOpenIsRetriedByTheNextRequest) {
   EXPECT_EQ(response.result, no_log);
   EXPECT_EQ(context.trend_log, nullptr);
   nsqv__getTrendDataRequest r;
-  r.nMaxToReturn = 0;
   nsqv__getTrendDataResponse data;
   stderrOf([&] { nsqv__getTrendData(soap, &r, data); });
   EXPECT_EQ(data.result, no_log);
