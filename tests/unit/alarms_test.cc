@@ -23,34 +23,31 @@ constexpr int64_t kMinute = 60000;
 
 TEST(AlarmRangeTest, RangesAndTrims) {
   const std::vector<int64_t> times = {1, 2, 2, 2, 3, 4}, one_time = {7, 7, 7};
-  const struct {
-    const std::vector<int64_t>& times;
-    int max;
-    bool latest, reverse, trim;
-    size_t begin, end;
-    int trimmed;
-  } cases[] = {
-      {times, 0, false, false, true, 0, 6, 0},  // no limit: all, nothing trimmed
-      {times, 6, true, false, true, 0, 6, 0},   // the limit is not reached
-      {times, 3, false, false, false, 0, 3, 0},
-      {times, 3, true, true, false, 0, 3, 0},  // latest and reverse: the first three too
-      {times, 3, true, false, false, 3, 6, 0},
-      {times, 3, false, true, false, 3, 6, 0},
+  // clang-format off
+  // times, max, latest, reverse, trim -> "begin-end trimmed"
+  const struct { const std::vector<int64_t>& times; int max; bool latest, reverse, trim; const char* want; } cases[] = {
+      {times, 0, false, false, true, "0-6 0"},  // no limit: all, nothing trimmed
+      {times, 6, true, false, true, "0-6 0"},   // the limit is not reached
+      {times, 3, false, false, false, "0-3 0"},
+      {times, 3, true, true, false, "0-3 0"},   // latest and reverse: the first three too
+      {times, 3, true, false, false, "3-6 0"},
+      {times, 3, false, true, false, "3-6 0"},
       // The three alarms at time 2 straddle the cut: none of them is kept, and the count is
       // that of the group now nearest the cut.
-      {times, 3, false, false, true, 0, 1, 1},
-      {times, 2, true, false, true, 4, 6, 0},  // the cut falls between groups
-      {times, 4, true, false, true, 4, 6, 1},
-      {times, 5, true, false, true, 1, 6, 0},
+      {times, 3, false, false, true, "0-1 1"},
+      {times, 2, true, false, true, "4-6 0"},   // the cut falls between groups
+      {times, 4, true, false, true, "4-6 1"},
+      {times, 5, true, false, true, "1-6 0"},
       // When the whole range is one group nothing is kept, and that group is counted.
-      {one_time, 2, true, false, true, 3, 3, 3},
-      {one_time, 2, false, false, true, 0, 0, 3},
+      {one_time, 2, true, false, true, "3-3 3"},
+      {one_time, 2, false, false, true, "0-0 3"},
   };
+  // clang-format on
   for (const auto& c : cases) {
     const AlarmRange r = selectAlarmRange(c.times, c.max, c.latest, c.reverse, c.trim);
     EXPECT_EQ(
         std::to_string(r.begin) + "-" + std::to_string(r.end) + " " + std::to_string(r.trimmed),
-        std::to_string(c.begin) + "-" + std::to_string(c.end) + " " + std::to_string(c.trimmed))
+        c.want)
         << c.times.size() << " " << c.max << c.latest << c.reverse << c.trim;
   }
 }
@@ -134,9 +131,9 @@ TEST_F(AlarmsTest, TheTableInOrderFilteredAndCut) {
   const std::string a4 =
       "4294967297 seq 4 60000 /Meter1/Status = Fault (8) 'Meter fault' q 192 prio 200 NotAcked "
       "var 1 raised note ''";
-  const struct {
-    Lines lines, expected;
-  } cases[] = {
+  // clang-format off
+  // active(max, latest, reverse, trim, path, start, end) -> the answer
+  const struct { Lines lines, expected; } cases[] = {
       {active(), {ok, a1, a2, a4, a3}},  // by time, then event id
       {active(0, false, true), {ok, a3, a4, a2, a1}},
       // The path is a regular expression searched in the source path, not a path prefix.
@@ -151,6 +148,7 @@ TEST_F(AlarmsTest, TheTableInOrderFilteredAndCut) {
       {active(2, true, false, true), {" trimmed 1", a3}},
       {active(2, false, false, true), {" trimmed 1", a1}},
   };
+  // clang-format on
   for (const auto& c : cases) EXPECT_EQ(c.lines, c.expected);
 
   // A second node for the event id and time of 1001, listed before it: the first listed

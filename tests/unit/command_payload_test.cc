@@ -31,13 +31,6 @@ TEST(CommandPayloadTest, WrittenFormDeclaresItsNamespaceOnTheRoot) {
                       "</cmdBasic></nsc3:sendCmd-s>"),
             std::string::npos)
       << text;
-
-  // And reads back.
-  CommandPayload payload;
-  nsc3__sendCmd_s back;
-  ASSERT_TRUE(payload.read(text, kCommandElement, back));
-  ASSERT_EQ(back.__union_cmd, SOAP_UNION__nsc3__union_cmd_cmdBasic);
-  EXPECT_EQ(*back.union_cmd.cmdBasic->param, param);
 }
 
 // What a handler may store: with or without the declaration, under any prefix, statuses by
@@ -46,28 +39,22 @@ TEST(CommandPayloadTest, ResultsAreReadInTheirOwnFormOnly) {
   const std::string body =
       "<result>r</result><cmdHandle>12</cmdHandle><numericStatus>cmdFailBusy</numericStatus>"
       "<cmdStatus>busy</cmdStatus>";
-  const struct {
-    std::string text;
-    bool read;
-  } cases[] = {
-      {resultXml("nsc3:getDeviceCmdResultResponse", body), true},
+  const std::string root = "nsc3:getDeviceCmdResultResponse";
+  std::string deep;  // markup deeper than any request
+  for (int i = 0; i < 100; ++i) deep += "<a>";
+  // clang-format off
+  const struct { std::string text; bool read; } cases[] = {
+      {resultXml(root, body), true},
       {"<?xml version=\"1.0\"?>\n" + resultXml("x:getDeviceCmdResultResponse", body), true},
       {resultXml("nsc3:sendDeviceCmdResponse", body), false},
       {"<getDeviceCmdResultResponse>" + body + "</getDeviceCmdResultResponse>", false},
-      {resultXml("nsc3:getDeviceCmdResultResponse", body).substr(0, 120), false},
-      {resultXml("nsc3:getDeviceCmdResultResponse",
-                 "<cmdHandle>12</cmdHandle><numericStatus>NoSuch</numericStatus>"),
-       false},
+      {resultXml(root, body).substr(0, 120), false},
+      {resultXml(root, "<cmdHandle>12</cmdHandle><numericStatus>NoSuch</numericStatus>"), false},
       {"", false},
       {"not xml at all", false},
-      {resultXml("nsc3:getDeviceCmdResultResponse",
-                 [] {
-                   std::string deep;
-                   for (int i = 0; i < 100; ++i) deep += "<a>";
-                   return deep;
-                 }()),  // markup deeper than any request
-       false},
+      {resultXml(root, deep), false},
   };
+  // clang-format on
   for (const auto& c : cases) {
     CommandPayload payload;
     nsc3__getDeviceCmdResultResponse result;

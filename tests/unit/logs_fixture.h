@@ -27,12 +27,10 @@ class LogServiceTest : public ::testing::Test {
   static constexpr vtx_time64_t kNow = 1700000000000;
 
   LogServiceTest() {
-    for (auto [path, name] : {std::pair{&context.logs.delta_log_path, "/deadband.db"},
-                              {&context.logs.event_log_path, "/alarms.db"},
-                              {&context.logs.system_log_path, "/system.db"},
-                              {&context.logs.trend_log_path, "/interval-trends.db"}}) {
-      *path = dir_.dir() + name;
-    }
+    context.logs.delta_log_path = dir_.dir() + "/deadband.db";
+    context.logs.event_log_path = dir_.dir() + "/alarms.db";
+    context.logs.system_log_path = dir_.dir() + "/system.db";
+    context.logs.trend_log_path = dir_.dir() + "/interval-trends.db";
     context.cds.set_handle(dir_.open());
     vtx_SetTestClock(kNow, 0);
   }
@@ -55,6 +53,13 @@ class LogServiceTest : public ::testing::Test {
     ASSERT_EQ(pcd_log_init(path.c_str(), &handle, 1, 1, 0, 1, 1, 0, 0, 0, 0), 0);
     EXPECT_EQ(toolkit::CLog(handle).append(records), 0);
     pcd_log_close(handle);
+  }
+  // What `call` writes on standard error.
+  template <typename Call>
+  static std::string stderrOf(Call call) {
+    testing::internal::CaptureStderr();
+    call();
+    return testing::internal::GetCapturedStderr();
   }
   // Seconds that the operations waited on the test clock.
   double waitedSeconds() const { return (vtx_UTCtime64() - kNow) / 1000.0; }

@@ -50,9 +50,7 @@ class LogRetrievalTest : public LogServiceTest {
   // result_, trimmed_ and err_.
   std::string deltas(nsqv__logRetrieveRequest r) {
     nsqv__getDeltaLogResponse response;
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(nsqv__getDeltaLog(soap, &r, response), SOAP_OK);
-    err_ = testing::internal::GetCapturedStderr();
+    err_ = stderrOf([&] { EXPECT_EQ(nsqv__getDeltaLog(soap, &r, response), SOAP_OK); });
     result_ = response.result;
     trimmed_ = response.numTrimmedPoints;
     if (response.loggedValues == nullptr) return "-";
@@ -69,11 +67,9 @@ class LogRetrievalTest : public LogServiceTest {
 };
 
 TEST_F(LogRetrievalTest, SelectionOrderAndTrimming) {
-  const struct {
-    nsqv__logRetrieveRequest request;
-    const char* values;
-    int trimmed;
-  } cases[] = {
+  // clang-format off
+  // request(max, latest, reverse, trim, start s, end s) -> values, trimmed
+  const struct { nsqv__logRetrieveRequest request; const char* values; int trimmed; } cases[] = {
       {request(0), "a b1 b2 c d", 0},  // endTime 0: to the end of the log
       {request(2), "a b1", 0},
       {request(2, true), "c d", 0},
@@ -92,13 +88,14 @@ TEST_F(LogRetrievalTest, SelectionOrderAndTrimming) {
       {request(1, true, false, true), "", 2},
       {request(100, false, false, true), "a b1 b2 c d", 0},  // not full: kept
   };
+  // clang-format on
   for (const auto& c : cases) {
-    EXPECT_EQ(deltas(c.request), c.values)
-        << "max " << c.request.nMaxToReturn << " from " << c.request.startTime << " to "
-        << c.request.endTime << " latest " << c.request.bLatestEvents << " trim "
-        << c.request.bTrimIncomplete;
-    EXPECT_EQ(trimmed_, c.trimmed) << c.values;
-    EXPECT_EQ(result_, "");
+    const nsqv__logRetrieveRequest& r = c.request;
+    const std::string values = deltas(r);  // sets trimmed_ and result_
+    EXPECT_EQ(values + " " + std::to_string(trimmed_) + result_,
+              c.values + (" " + std::to_string(c.trimmed)))
+        << "max " << r.nMaxToReturn << " from " << r.startTime << " to " << r.endTime << " latest "
+        << r.bLatestEvents << " reverse " << r.bReverseOrder << " trim " << r.bTrimIncomplete;
   }
   nsqv__logRetrieveRequest r = request(0);
   r.path = text("/A");
@@ -141,30 +138,26 @@ TEST_F(LogRetrievalTest, TheLimitsFollowTheMaximumRecordsSetting) {
 TEST_F(LogRetrievalTest, RetriesCountAsSuccessOnlyForTheFirstThreeAttempts) {
   const std::string failed = "? 22 No Data Available : Database retrieval failed with these params";
   const std::string line = "Failed to get events from database " + context.logs.delta_log_path;
-  const struct {
-    int failures;
-    const char* values;
-    std::string result, err;
-  } cases[] = {
+  // clang-format off
+  const struct { int failures; const char* values; std::string result, err; } cases[] = {
       {2, "a b1 b2 c d", "", ""},
       {3, "a b1 b2 c d", failed, line + ", dbResult = 0 \n"},  // a late success keeps its records
       {4, "a b1 b2 c d", failed, line + ", dbResult = 0 \n"},
       {5, "-", failed, line + ", dbResult = 5 \n"},
   };
+  // clang-format on
   double before = 0;
   for (const auto& c : cases) {
     pcd_log_inject_failure(0, c.failures);
-    EXPECT_EQ(deltas(request(0)), c.values) << c.failures;
-    EXPECT_EQ(result_, c.result) << c.failures;
-    EXPECT_EQ(err_, c.err) << c.failures;
+    const std::string values = deltas(request(0));
+    EXPECT_EQ(values + "|" + result_ + "|" + err_, c.values + ("|" + c.result + "|" + c.err));
     EXPECT_EQ(waitedSeconds() - before, c.failures) << "one second per failed attempt";
     before = waitedSeconds();
   }
   // A failed second read of the cut group leaves the records untrimmed.
   pcd_log_inject_failure(1, 1);
-  EXPECT_EQ(deltas(request(2, false, false, true)), "a b1");
-  EXPECT_EQ(trimmed_, 0);
-  EXPECT_EQ(result_, "");
+  const std::string values = deltas(request(2, false, false, true));
+  EXPECT_EQ(values + " " + std::to_string(trimmed_) + result_, "a b1 0");
   // A log that cannot be opened is not retried.
   before = waitedSeconds();
   context.logs.delta_log_path += ".missing";

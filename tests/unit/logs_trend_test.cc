@@ -38,17 +38,13 @@ class TrendServiceTest : public LogServiceTest {
 
   // A request for /Dev's /Dev/A of every period, all of the log, ascending.
   Request request(int max = 0) {
-    Request r;
-    r.options = nullptr;
+    Request r;  // the generated constructor zeroes every field
     r.devicePath = text("/Dev");
     r.pointPaths = soap_new_nsqv__ArrayOfString(soap);
     r.pointPaths->string = {"/Dev/A"};
     r.periods = soap_new_nsqv__ArrayOfPeriod(soap);
     r.periods->period = {1, 2};
-    r.startTime = 0;
-    r.endTime = 0;
     r.nMaxToReturn = max;
-    r.startingOffset = 0;
     r.ascendingOrder = true;
     return r;
   }
@@ -57,9 +53,7 @@ class TrendServiceTest : public LogServiceTest {
   // data); the standard error output goes to err_.
   std::string data(Request r) {
     nsqv__getTrendDataResponse response;
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(nsqv__getTrendData(soap, &r, response), SOAP_OK);
-    err_ = testing::internal::GetCapturedStderr();
+    err_ = stderrOf([&] { EXPECT_EQ(nsqv__getTrendData(soap, &r, response), SOAP_OK); });
     last_data_ = response.data;
     if (response.data == nullptr) return response.result + " -";
     std::string values;
@@ -83,26 +77,22 @@ TEST_F(TrendServiceTest, PeriodsAndParamsInTheLogsOrder) {
   EXPECT_EQ(periods.periodProperties->stPeriodProperties[1].period, 2u);
   EXPECT_EQ(periods.periodProperties->stPeriodProperties[1].max_entries, 24u);
 
-  const struct {
-    std::string* device;
-    std::string result, err;
-    size_t params;
-  } cases[] = {
+  // clang-format off
+  // device -> result, standard error output, number of parameters
+  const struct { std::string* device; std::string result, err; size_t params; } cases[] = {
       {text("/Dev"), "OK", "Returning 2 Trend parameters for device /Dev. \n", 2},
       {text("/Nope"), kUnknown, "No Trend data found for device /Nope. \n", 0},
       {nullptr, kUnknown, "No Trend data found for device . \n", 0},
       {text("/Dev/A"), kUnknown, "No Trend data found for device /Dev/A. \n", 0},
       // No parameter: the error line, then "OK" with an empty list (kept as it is).
       {text("/Empty"), "OK",
-       "Failed to get Trend parameters for device /Empty. \n"
-       "Returning 0 Trend parameters for device /Empty. \n",
-       0},
+       "Failed to get Trend parameters for device /Empty. \nReturning 0 Trend parameters for device /Empty. \n", 0},
   };
+  // clang-format on
   for (const auto& c : cases) {
     nsqv__getDeviceTrendParamsResponse response;
-    testing::internal::CaptureStderr();
-    ASSERT_EQ(nsqv__getDeviceTrendParams(soap, nullptr, c.device, response), SOAP_OK);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), c.err);
+    EXPECT_EQ(stderrOf([&] { nsqv__getDeviceTrendParams(soap, nullptr, c.device, response); }),
+              c.err);
     EXPECT_EQ(response.result, c.result);
     EXPECT_EQ(response.deviceParams ? response.deviceParams->stParamProperties.size() : 0,
               c.params);
@@ -116,63 +106,37 @@ TEST_F(TrendServiceTest, PeriodsAndParamsInTheLogsOrder) {
 
 // Each row changes the request for /Dev/A of every period and looks at the answer.
 TEST_F(TrendServiceTest, SelectionLimitsAndErrors) {
-  const struct {
-    std::function<void(Request&)> change;
-    std::string answer;
-    const char* err;  // null: not looked at
-  } cases[] = {
+  // clang-format off
+  // change to the request -> the answer, the standard error output (null: not looked at)
+  const struct { std::function<void(Request&)> change; std::string answer; const char* err; } cases[] = {
       {[](Request& r) { r.nMaxToReturn = 833; }, "OK 4 8 12", ""},
       {[](Request& r) { r.nMaxToReturn = 834; }, kTooBig + "833 records. -", ""},
       {[](Request& r) { r.nMaxToReturn = -1; }, "OK", ""},
-      {[this](Request& r) {
-         r.nMaxToReturn = 834;
-         r.options = text("errorString=TOO MANY");
-       },
-       "TOO MANY -", nullptr},
-      {[](Request& r) {
-         r.periods->period = {2, 7};
-       },
-       "OK 8", ""},
-      {[](Request& r) {
-         r.ascendingOrder = false;
-         r.startingOffset = 1;
-       },
-       "OK 8 4", ""},
+      {[this](Request& r) { r.nMaxToReturn = 834; r.options = text("errorString=TOO MANY"); }, "TOO MANY -", nullptr},
+      {[](Request& r) { r.periods->period = {2, 7}; }, "OK 8", ""},
+      {[](Request& r) { r.ascendingOrder = false; r.startingOffset = 1; }, "OK 8 4", ""},
       // Times in ms, both ends included; a bound within a second counts as that second.
-      {[](Request& r) {
-         r.startTime = 1500000;
-         r.endTime = 1999999;
-       },
-       "OK 8", ""},
-      {[](Request& r) {
-         r.startTime = 1500000;
-         r.endTime = 2000999;
-       },
-       "OK 8 12", ""},
-      {[](Request& r) { r.periods->period.clear(); }, kNoPeriods + " -",
-       "No Trend periods data matching the request. \n"},
+      {[](Request& r) { r.startTime = 1500000; r.endTime = 1999999; }, "OK 8", ""},
+      {[](Request& r) { r.startTime = 1500000; r.endTime = 2000999; }, "OK 8 12", ""},
+      {[](Request& r) { r.periods->period.clear(); }, kNoPeriods + " -", "No Trend periods data matching the request. \n"},
       {[](Request& r) { r.periods = nullptr; }, kNoPeriods + " -", nullptr},
       {[this](Request& r) { r.devicePath = text("/Nope"); }, kUnknown + " -", nullptr},
       // Point paths that name no parameter: the error line, then "OK" with no parameter.
-      {[](Request& r) { r.pointPaths->string = {"/Dev/Nope"}; }, "OK x x x",
-       "Failed to get Trend parameters for device /Dev. \n"},
+      {[](Request& r) { r.pointPaths->string = {"/Dev/Nope"}; }, "OK x x x", "Failed to get Trend parameters for device /Dev. \n"},
   };
+  // clang-format on
   for (const auto& c : cases) {
     Request r = request();
     c.change(r);
     EXPECT_EQ(data(r), c.answer);
-    if (c.err != nullptr) {
-      EXPECT_EQ(err_, c.err) << c.answer;
-    }
+    if (c.err != nullptr) EXPECT_EQ(err_, c.err) << c.answer;
   }
   EXPECT_EQ(last_data_->params->stParamProperties.size(), 0u);
   context.logs.max_records = 24;  // a limit of 2
   EXPECT_EQ(data(request(3)), kTooBig + "2 records. -");
   EXPECT_EQ(data(request(0)), "OK 4 8");  // 0: the limit
   nsqv__getTrendDataResponse absent;      // an absent request has no period
-  testing::internal::CaptureStderr();
-  ASSERT_EQ(nsqv__getTrendData(soap, nullptr, absent), SOAP_OK);
-  testing::internal::GetCapturedStderr();
+  stderrOf([&] { nsqv__getTrendData(soap, nullptr, absent); });
   EXPECT_EQ(absent.result, kNoPeriods);
 }
 
@@ -198,12 +162,9 @@ TEST_F(TrendServiceTest, ParametersKeepTheDevicesOrderAndNaNIsSentAsAnInvalidZer
 // get_params, then the reads of the data, retried one second apart; a success after the
 // third attempt keeps its data but is reported as a failure.
 TEST_F(TrendServiceTest, EachFailedLogCallHasItsText) {
-  const struct {
-    int call, failures;
-    std::string answer;
-    const char* err;
-    double waited;
-  } cases[] = {
+  // clang-format off
+  // failing call, failures -> answer, standard error output (null: not looked at), seconds waited
+  const struct { int call, failures; std::string answer; const char* err; double waited; } cases[] = {
       {0, 1, kNoPeriods + " -", nullptr, 0},
       {1, 1, "? 21 No History : No Trending devices found. -", nullptr, 0},
       {2, 1, kNoParams + " -", nullptr, 0},
@@ -212,33 +173,28 @@ TEST_F(TrendServiceTest, EachFailedLogCallHasItsText) {
       {3, 4, kFailed + " 4 8 12", "Failed to get Trend data, retval = 0 \n", 4},
       {3, 5, kFailed + " -", "Failed to get Trend data, retval = 5 \n", 5},
   };
+  // clang-format on
   double before = 0;
   for (const auto& c : cases) {
     pcd_log_inject_failure(c.call, c.failures);
     EXPECT_EQ(data(request()), c.answer) << c.call << " " << c.failures;
-    if (c.err != nullptr) {
-      EXPECT_EQ(err_, c.err);
-    }
+    if (c.err != nullptr) EXPECT_EQ(err_, c.err);
     EXPECT_EQ(waitedSeconds() - before, c.waited) << c.call << " " << c.failures;
     before = waitedSeconds();
   }
 }
 
 TEST_F(LogServiceTest, AFailedOpenIsRetriedByTheNextRequest) {
+  const std::string no_log = "? 21 No History : Failed to open trend log database";
   nsqv__getTrendPeriodsResponse response;
-  testing::internal::CaptureStderr();
-  ASSERT_EQ(nsqv__getTrendPeriods(soap, nullptr, response), SOAP_OK);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+  EXPECT_EQ(stderrOf([&] { nsqv__getTrendPeriods(soap, nullptr, response); }),
             "Failed to open database " + context.logs.trend_log_path + " \n");
-  EXPECT_EQ(response.result, "? 21 No History : Failed to open trend log database");
+  EXPECT_EQ(response.result, no_log);
   EXPECT_EQ(context.trend_log, nullptr);
   nsqv__getTrendDataRequest r;
-  r.nMaxToReturn = 0;
   nsqv__getTrendDataResponse data;
-  testing::internal::CaptureStderr();
-  ASSERT_EQ(nsqv__getTrendData(soap, &r, data), SOAP_OK);
-  testing::internal::GetCapturedStderr();
-  EXPECT_EQ(data.result, "? 21 No History : Failed to open trend log database");
+  stderrOf([&] { nsqv__getTrendData(soap, &r, data); });
+  EXPECT_EQ(data.result, no_log);
 
   writeTrends({{3, 1}}, {});
   ASSERT_EQ(nsqv__getTrendPeriods(soap, nullptr, response), SOAP_OK);
@@ -246,9 +202,7 @@ TEST_F(LogServiceTest, AFailedOpenIsRetriedByTheNextRequest) {
   ASSERT_NE(context.trend_log, nullptr);
   // The reader is kept: a later failure of its read is not an open failure.
   pcd_log_inject_failure(0, 1);
-  testing::internal::CaptureStderr();
-  ASSERT_EQ(nsqv__getTrendPeriods(soap, nullptr, response), SOAP_OK);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+  EXPECT_EQ(stderrOf([&] { nsqv__getTrendPeriods(soap, nullptr, response); }),
             "Failed to get Trends periods in " + context.logs.trend_log_path + " \n");
   EXPECT_EQ(response.result, "? 21 No History : No Trend periods data.");
 }
