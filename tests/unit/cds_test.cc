@@ -47,13 +47,18 @@ CElement stamped(CElement v, time_t sec, suseconds_t usec) {
   v.set_time(timeval{sec, usec});
   return v;
 }
+CElement integer(int32_t i) {
+  CElement v;
+  v.set_int(i);
+  return v;
+}
 
 // The types' text forms are checked end to end (tests/e2e/cds_tool_test.py); here the edges
 // of each type, the time stamps to the microsecond and the storage class.
 TEST_F(CdsTest, EveryTypeRoundTripsWithItsTimeStampAndStorageClass) {
   addNode("/Dev");
   std::vector<CElement> values(6);
-  values[0].set_int(std::numeric_limits<int32_t>::min());
+  values[0] = integer(std::numeric_limits<int32_t>::min());
   values[1].set_int64(std::numeric_limits<int64_t>::min());
   values[2].set_uint64(std::numeric_limits<uint64_t>::max());
   values[3].set_string(std::string("text with ; and \0 inside", 24));
@@ -65,16 +70,15 @@ TEST_F(CdsTest, EveryTypeRoundTripsWithItsTimeStampAndStorageClass) {
     CElement back = get(path);
     EXPECT_EQ(back, values[i]) << path;
     EXPECT_EQ(back.get_type(), values[i].get_type());
-    EXPECT_EQ(back.get_time().tv_sec, static_cast<time_t>(1700000000 + i));
-    EXPECT_EQ(back.get_time().tv_usec, 123456);
+    EXPECT_EQ(back.get_time().tv_sec * 1000000 + back.get_time().tv_usec,
+              (1700000000 + int64_t(i)) * 1000000 + 123456);
   }
   vtx_SetTestClock(1700000000123, 50);  // a write without a time stamp is stamped now
   set("/Dev/A", CElement("1"), true);
   vtx_ClearTestClock();
   element_property_t prop;
-  timeval tv = get("/Dev/A", &prop).get_time();
-  EXPECT_EQ(tv.tv_sec, 1700000000);
-  EXPECT_EQ(tv.tv_usec, 123000);
+  const timeval tv = get("/Dev/A", &prop).get_time();
+  EXPECT_EQ(tv.tv_sec * 1000000 + tv.tv_usec, 1700000000123000);
   set("/Dev/A", CElement("3"), false);  // an existing leaf keeps its class
   get("/Dev/A", &prop);
   EXPECT_EQ(prop.storage, STORAGE_PERSISTENT);
@@ -83,8 +87,7 @@ TEST_F(CdsTest, EveryTypeRoundTripsWithItsTimeStampAndStorageClass) {
 // Single and bulk calls answer each path with its own status, bulk ones in request order.
 TEST_F(CdsTest, StatusesForMissingAndMalformedPaths) {
   addNode("/A");
-  CElement one;
-  one.set_int(1);
+  const CElement one = integer(1);
   std::vector<std::string> paths = {"/A/X", "/Missing/X", "/A/Children", "bad", "/A/Y"};
   std::vector<api_status_t> st;
   ASSERT_EQ(cds.set_leaves(paths, {one, one, one, one, CElement("y")}, {0, 0, 0, 0, 1}, st, "s"),
@@ -107,11 +110,10 @@ TEST_F(CdsTest, StatusesForMissingAndMalformedPaths) {
   api_status_t status;
   EXPECT_EQ(cds.set_leaf("/A/X", CElement(), status, false, ""), 0);  // a value without type
   EXPECT_EQ(status, API_STATUS_FAILED);
-  for (const auto& [path, expected] :
-       {std::pair<std::string, api_status_t>{"/A/Missing", API_STATUS_NO_LEAF},
-        {"/Nope/Missing", API_STATUS_NO_NODE},
-        {"/A/X", API_STATUS_OK},
-        {"/A/X", API_STATUS_NO_LEAF}}) {
+  for (const auto& [path, expected] : {std::pair{"/A/Missing", API_STATUS_NO_LEAF},
+                                       {"/Nope/Missing", API_STATUS_NO_NODE},
+                                       {"/A/X", API_STATUS_OK},
+                                       {"/A/X", API_STATUS_NO_LEAF}}) {
     EXPECT_EQ(cds.clear_leaf(path, status, false, ""), 0);
     EXPECT_EQ(status, expected) << path;
   }
@@ -226,21 +228,18 @@ TEST_F(CdsTest, RuleChangesOfASecondConnectionAreSeenOutsideAReadBatch) {
 
 TEST_F(CdsTest, AReadBatchSeesOneSnapshotAndRefusesWrites) {
   addNode("/A");
-  CElement one;
-  one.set_int(1);
+  const CElement one = integer(1);
   set("/A/Value", one);
   pcd_handle_t other = pcd_init(0);
   ASSERT_NE(other, nullptr);
   toolkit::CCds writer(other);
-  CElement two;
-  two.set_int(2);
   api_status_t st;
   {
     toolkit::CReadBatch outer(cds);
     EXPECT_EQ(get("/A/Value").to_int(), 1);
     {
       toolkit::CReadBatch inner(cds);  // nests
-      EXPECT_EQ(writer.set_leaf("/A/Value", two, st, false, "other"), 0);
+      EXPECT_EQ(writer.set_leaf("/A/Value", integer(2), st, false, "other"), 0);
       EXPECT_EQ(st, API_STATUS_OK);
       EXPECT_EQ(get("/A/Value").to_int(), 1);  // still the snapshot
     }
@@ -263,8 +262,8 @@ TEST_F(CdsTest, AWriteBatchCommitsItsCallsTogetherAndEachCallAlone) {
   pcd_handle_t other = pcd_init(0);
   ASSERT_NE(other, nullptr);
   toolkit::CCds reader(other);
-  auto seen = [&](const std::string& path) {
-    api_status_t st;
+  api_status_t st;
+  auto seen = [&](const char* path) {
     return reader.test_node(path, st) == 0 && st == API_STATUS_OK;
   };
   std::string error;
@@ -276,7 +275,6 @@ TEST_F(CdsTest, AWriteBatchCommitsItsCallsTogetherAndEachCallAlone) {
     EXPECT_NE(cds.import({"/B"}, {{"Nope", CElement("x")}}, {}, "test", error), 0);
     {
       toolkit::CReadBatch inner(cds);  // joins, changes nothing
-      api_status_t st;
       EXPECT_EQ(cds.test_node("/A", st), 0);
       EXPECT_EQ(st, API_STATUS_OK);
     }
