@@ -21,50 +21,37 @@ class PathTest : public StoreTest {
     cds.set_leaf("/Dev/Temp/Value", toolkit::CElement("21"), st, false, "");
     cds.set_leaf("/Dev/Temp/PossibleValues", toolkit::CElement("a;b"), st, false, "");
   }
-
-  struct Result {
-    int rc;
-    std::string path;
-    std::string suffix;
-    bool node_value;
-    bool not_plain;
-  };
-  static Result norm(const std::string& text) {
-    CPath p(text);
-    int rc = p.normalize();
-    return {rc, p.getPath(), p.getSubAttribute(), p.isNodeValue(), p.isNotPlainLeaf()};
-  }
 };
 
+// What normalize() made of a path: "path|sub-attribute", then " node" when the path stood for
+// a node's Value and " auto" for an automatic attribute.
+std::string parts(const CPath& p) {
+  return p.getPath() + "|" + p.getSubAttribute() + (p.isNodeValue() ? " node" : "") +
+         (p.isNotPlainLeaf() ? " auto" : "");
+}
+
 TEST_F(PathTest, NormalizeRewritesGoodPaths) {
-  struct Case {
-    const char* in;
-    const char* path;
-    const char* suffix;
-    bool node_value;
-    bool not_plain;
-  } cases[] = {
-      {"/Dev/Temp/Value", "/Dev/Temp/Value", "", false, false},
-      {"//Dev///Temp/Value/", "/Dev/Temp/Value", "", false, false},
-      {"/Dev/Temp:Writable", "/Dev/Temp/Writable", "", false, false},
-      {"/Dev/Temp/Value.Time", "/Dev/Temp/Value", ".Time", false, false},
-      {"/Dev/Temp/.HiCriticalLimit.Time", "/Dev/Temp/.HiCriticalLimit", ".Time", false, false},
-      {"/Dev/Temp", "/Dev/Temp/Value", "", true, false},  // a node stands for its Value
-      {"/Dev/Temp.Time", "/Dev/Temp/Value", ".Time", true, false},
-      {"/Dev/B.c", "/Dev/B.c/Value", "", true, false},  // a dotted node name wins
-      {"/Dev/Temp:Children", "/Dev/Temp/Children", "", false, true},
-      {"/:NodeType", "/NodeType", "", false, false},
-      {"/Dev/:Children", "/Dev/Children", "", false, true},
-      {"/A:b/C", "/A:b/C", "", false, false},  // a ":" before the last component is a name
-      {"/", "/", "", false, false},
+  const std::pair<const char*, const char*> cases[] = {
+      // clang-format off
+      {"/Dev/Temp/Value", "/Dev/Temp/Value|"},
+      {"//Dev///Temp/Value/", "/Dev/Temp/Value|"},
+      {"/Dev/Temp:Writable", "/Dev/Temp/Writable|"},
+      {"/Dev/Temp/Value.Time", "/Dev/Temp/Value|.Time"},
+      {"/Dev/Temp/.HiCriticalLimit.Time", "/Dev/Temp/.HiCriticalLimit|.Time"},
+      {"/Dev/Temp", "/Dev/Temp/Value| node"},  // a node stands for its Value
+      {"/Dev/Temp.Time", "/Dev/Temp/Value|.Time node"},
+      {"/Dev/B.c", "/Dev/B.c/Value| node"},  // a dotted node name wins
+      {"/Dev/Temp:Children", "/Dev/Temp/Children| auto"},
+      {"/:NodeType", "/NodeType|"},
+      {"/Dev/:Children", "/Dev/Children| auto"},
+      {"/A:b/C", "/A:b/C|"},  // a ":" before the last component is a name
+      {"/", "/|"},
+      // clang-format on
   };
-  for (const Case& c : cases) {
-    Result r = norm(c.in);
-    EXPECT_EQ(r.rc, 0) << c.in;
-    EXPECT_EQ(r.path, c.path) << c.in;
-    EXPECT_EQ(r.suffix, c.suffix) << c.in;
-    EXPECT_EQ(r.node_value, c.node_value) << c.in;
-    EXPECT_EQ(r.not_plain, c.not_plain) << c.in;
+  for (const auto& [in, expected] : cases) {
+    CPath p(in);
+    EXPECT_EQ(p.normalize(), 0) << in;
+    EXPECT_EQ(parts(p), expected) << in;
   }
 }
 
@@ -90,28 +77,25 @@ TEST_F(PathTest, NormalizeAndReadAnswersAsNormalizeThenRead) {
         "/Dev/Temp:Children", "/Dev/Temp/Text.x", "/Dev/Missing", "/Dev/Missing/Value.Time", "/",
         "//Dev//Temp/", "/Dev/Temp:", "Dev/Temp", "/Dev/Te\tmp"}) {
     toolkit::CReadBatch snapshot(cds);
-    CPath apart(text);
-    const int apart_rc = apart.normalize();
-    api_status_t apart_status;
-    toolkit::CElement apart_value;
-    element_property_t apart_prop;
-    const int apart_read = cds.get_leaf(apart.getPath(), apart_status, apart_value, apart_prop);
-
-    CPath together(text);
+    // Each way's outcome as one text: the codes, the parts, the status, the value and its class.
+    auto outcome = [](const CPath& p, int rc, int read, api_status_t status,
+                      const toolkit::CElement& value, const element_property_t& prop) {
+      return std::to_string(rc) + " " + std::to_string(read) + " " + parts(p) + " " +
+             std::to_string(status) + " " + std::to_string(value.get_type()) + " " +
+             value.to_string() + " " + std::to_string(prop.storage);
+    };
+    CPath apart(text), together(text);
     int read = -2;
-    api_status_t status;
-    toolkit::CElement value;
-    element_property_t prop;
-    EXPECT_EQ(together.normalizeAndRead(cds, read, status, value, prop), apart_rc) << text;
-    EXPECT_EQ(together.getPath(), apart.getPath()) << text;
-    EXPECT_EQ(together.getSubAttribute(), apart.getSubAttribute()) << text;
-    EXPECT_EQ(together.isNodeValue(), apart.isNodeValue()) << text;
-    EXPECT_EQ(together.isNotPlainLeaf(), apart.isNotPlainLeaf()) << text;
-    EXPECT_EQ(read, apart_read) << text;
-    EXPECT_EQ(status, apart_status) << text;
-    EXPECT_EQ(value.get_type(), apart_value.get_type()) << text;
-    EXPECT_EQ(value.to_string(), apart_value.to_string()) << text;
-    EXPECT_EQ(prop.storage, apart_prop.storage) << text;
+    api_status_t status, together_status;
+    toolkit::CElement value, together_value;
+    element_property_t prop, together_prop;
+    const int rc = apart.normalize();
+    const int apart_read = cds.get_leaf(apart.getPath(), status, value, prop);
+    const int together_rc =
+        together.normalizeAndRead(cds, read, together_status, together_value, together_prop);
+    EXPECT_EQ(outcome(together, together_rc, read, together_status, together_value, together_prop),
+              outcome(apart, rc, apart_read, status, value, prop))
+        << text;
   }
 }
 
@@ -123,10 +107,10 @@ TEST_F(PathTest, NormalizeIsIdempotentAndHandlesHugePaths) {
   EXPECT_EQ(p.getNewPath("Writable").getPath(), "/Dev/Temp/Writable");
   std::string huge;
   for (int i = 0; i < 100000; ++i) huge += "/abcdefghi";  // 1 MB, 100000 components
-  Result r = norm(huge + "//:x");
-  EXPECT_EQ(r.rc, 0);
-  EXPECT_EQ(r.path.size(), huge.size() + 2);
-  EXPECT_NE(norm(huge + "\n").rc, 0);
+  CPath long_path(huge + "//:x");
+  EXPECT_EQ(long_path.normalize(), 0);
+  EXPECT_EQ(long_path.getPath().size(), huge.size() + 2);
+  EXPECT_NE(CPath(huge + "\n").normalize(), 0);
 }
 
 TEST_F(PathTest, ChildPathsAndAttributeLists) {
@@ -157,21 +141,19 @@ TEST_F(PathTest, WithoutADefaultConnectionEveryRightIsRefused) {
 
 TEST(PathNodeNameTest, NodeNamesAreExactInverses) {
   std::string name, back;
-  CPath::PathToNodeName("/A/B.c/D", name);
-  EXPECT_EQ(name, "A.B\\.c.D");
-  CPath::PathToNodeName("/", name);
-  EXPECT_EQ(name, "");
+  for (const auto& [path, expected] :
+       {std::pair{"/A/B.c/D", "A.B\\.c.D"}, {"/", ""}, {"/x\\y/z.", "x\\\\y.z\\."}}) {
+    CPath::PathToNodeName(path, name);
+    EXPECT_EQ(name, expected);
+  }
   CPath::DottedPathToNodePath("", back);
   EXPECT_EQ(back, "/");
-  CPath::PathToNodeName("/x\\y/z.", name);
-  EXPECT_EQ(name, "x\\\\y.z\\.");
 
   std::mt19937 rng(3);
   const char alphabet[] = {'a', '.', '\\', '/', 'b'};
   for (int i = 0; i < 5000; ++i) {
     std::string path = "/";
-    int n = rng() % 12;
-    for (int j = 0; j < n; ++j) path += alphabet[rng() % sizeof(alphabet)];
+    for (int n = rng() % 12; n > 0; --n) path += alphabet[rng() % sizeof(alphabet)];
     CPath::PathToNodeName(path, name);
     ASSERT_EQ(name.find('/'), std::string::npos) << path;
     CPath::DottedPathToNodePath(name, back);
