@@ -19,13 +19,11 @@ class MultistateTest : public StoreTest {
           {"/Level", DATA_TYPE_INT, "10", "0=Low;10=High;-1=Error"},
           {"/Pump", DATA_TYPE_BOOL, "true", "Stopped;Running"},
           {"/Plain", DATA_TYPE_INT, "10", ""}}) {
-      api_status_t st;
       CElement v(value);
       ASSERT_EQ(v.convert_type(type), 0);
-      cds.add_node(path, st, "");
-      cds.set_leaf(path + std::string("/Value"), v, st, false, "");
-      if (*possible)
-        cds.set_leaf(path + std::string("/PossibleValues"), CElement(possible), st, false, "");
+      node(path);
+      leaf(path + std::string("/Value"), v);
+      if (*possible) leaf(path + std::string("/PossibleValues"), CElement(possible));
     }
   }
 

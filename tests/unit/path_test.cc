@@ -15,11 +15,10 @@ class PathTest : public StoreTest {
  protected:
   void SetUp() override {
     StoreTest::SetUp();
-    api_status_t st;
-    cds.add_node("/Dev/Temp", st, "");
-    cds.add_node("/Dev/B.c", st, "");
-    cds.set_leaf("/Dev/Temp/Value", toolkit::CElement("21"), st, false, "");
-    cds.set_leaf("/Dev/Temp/PossibleValues", toolkit::CElement("a;b"), st, false, "");
+    node("/Dev/Temp");
+    node("/Dev/B.c");
+    leaf("/Dev/Temp/Value", toolkit::CElement("21"));
+    leaf("/Dev/Temp/PossibleValues", toolkit::CElement("a;b"));
   }
 };
 
@@ -48,10 +47,9 @@ struct Read {
 // a Value, a node sharing its name with a leaf, suffixes, automatic attributes, missing and
 // malformed paths.
 TEST_F(PathTest, NormalizeAndNormalizeAndRead) {
-  api_status_t st;
-  cds.add_node("/Dev/Twin", st, "");
-  cds.set_leaf("/Dev/Twin", toolkit::CElement("leaf"), st, false, "");
-  cds.set_leaf("/Dev/Temp/Text.x", toolkit::CElement("dotted"), st, false, "");
+  node("/Dev/Twin");
+  leaf("/Dev/Twin", toolkit::CElement("leaf"));
+  leaf("/Dev/Temp/Text.x", toolkit::CElement("dotted"));
   const std::pair<std::string, const char*> cases[] = {
       // clang-format off
       {"/Dev/Temp/Value", "/Dev/Temp/Value|"},
