@@ -10,11 +10,7 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-// A clock that moves one second each time it is read.
-uint32_t g_ticks = 0;
-uint32_t tickingClock() {
-  return g_ticks++;
-}
+uint32_t g_ticks = 0;  // the clock of the time bound: one second further at each read
 
 // Below /Walk/a, names that sort before "/" in byte order ("x y", "x-1") make the store's
 // listing order and the order of a depth-first walk differ.
@@ -39,31 +35,25 @@ class AttributeMatchesTest : public wsgate_test::ValuesTest {
     EXPECT_EQ(found.nodes.size(), found.data.size());
     Texts lines;
     if (!found.result.empty()) lines.push_back(found.result);
-    for (size_t i = 0; i < found.nodes.size(); ++i) {
+    for (size_t i = 0; i < found.nodes.size(); ++i)
       lines.push_back(found.nodes[i] + "=" + found.data.at(i));
-    }
     return lines;
   }
 };
 
 TEST_F(AttributeMatchesTest, WalkPatternsAndErrorTexts) {
-  const char* const w = "/Walk=v/Walk";
-  const char* const a = "/Walk/a=v/Walk/a";
+  const char *const w = "/Walk=v/Walk", *const a = "/Walk/a=v/Walk/a",
+                    *const x = "/Walk/a/x=v/Walk/a/x";
+  const char *const xy = "/Walk/a/x y=v/Walk/a/x y", *const x1 = "/Walk/a/x-1=v/Walk/a/x-1";
   const struct {
     const char *user, *start;
     bool recursive;
     const char *attribute, *pattern, *opts;
     Texts expected;
   } cases[] = {
+      // clang-format off
       // Depth first, a node before its subtree, siblings in name order; the start is tested.
-      {"",
-       "/Walk",
-       true,
-       "",
-       "",
-       "",
-       {w, a, "/Walk/a/x=v/Walk/a/x", "/Walk/a/x/deep=v/Walk/a/x/deep", "/Walk/a/x y=v/Walk/a/x y",
-        "/Walk/a/x-1=v/Walk/a/x-1", "/Walk/b=v/Walk/b"}},
+      {"", "/Walk", true, "", "", "", {w, a, x, "/Walk/a/x/deep=v/Walk/a/x/deep", xy, x1, "/Walk/b=v/Walk/b"}},
       {"", "/Walk", false, "", "", "", {w, a, "/Walk/b=v/Walk/b"}},
       // Nodes whose attribute does not read are no matches; a leaf's walk is its node's.
       {"", "/Walk", true, "Units", "", "", {"/Walk/a=E:lectric", "/Walk/b=xxabcxx"}},
@@ -72,13 +62,7 @@ TEST_F(AttributeMatchesTest, WalkPatternsAndErrorTexts) {
       {"", "", true, "", "", "", {}},
       // Patterns are searched, not anchored.
       {"", "/Walk", true, "Units", "abc", "", {"/Walk/b=xxabcxx"}},
-      {"",
-       "/Walk/a",
-       false,
-       "",
-       "^v/Walk/a/x",
-       "",
-       {"/Walk/a/x=v/Walk/a/x", "/Walk/a/x y=v/Walk/a/x y", "/Walk/a/x-1=v/Walk/a/x-1"}},
+      {"", "/Walk/a", false, "", "^v/Walk/a/x", "", {x, xy, x1}},
       // Error texts never match, nor texts that read as errors under the options.
       {"", "/Walk", true, "Units", "E", "", {"/Walk/a=E:lectric"}},
       {"", "/Walk", true, "Units", "E", "errorPrefix=E:", {}},
@@ -90,6 +74,7 @@ TEST_F(AttributeMatchesTest, WalkPatternsAndErrorTexts) {
       {"", "/Walk", true, "", "[z-a]", "", {}},
       {"", "/Walk", true, "", "a{2,1}", "", {}},
       {"", "/Walk", true, "", "\\", "", {}},
+      // clang-format on
   };
   for (const auto& c : cases) {
     actAs(c.user);
@@ -113,29 +98,21 @@ TEST_F(AttributeMatchesTest, BoundsStopTheSearchAndKeepItsMatches) {
   matches.max_matches = 2;
   bytes.max_bytes = 30;  // the first two matches take 11 and 15 bytes, the third 25
   pattern.max_pattern_bytes = 3;
-  seconds.clock = tickingClock;
+  seconds.clock = [] { return g_ticks++; };
   seconds.max_seconds = 3;
-  const char* const w = "/Walk=v/Walk";
-  const char* const a = "/Walk/a=v/Walk/a";
+  const char *const w = "/Walk=v/Walk", *const a = "/Walk/a=v/Walk/a";
+  const std::string too_big = "? 34 Result Too Big to Return : ";
   const struct {
     SearchBounds bounds;
     const char *pattern, *opts;
     Texts expected;
   } cases[] = {
-      {matches, "", "", {"? 34 Result Too Big to Return : more than 2 matches", w, a}},
-      {bytes,
-       "",
-       "errorPrefix=E:",
-       {"E:? 34 Result Too Big to Return : matches larger than 30 bytes", w, a}},
-      {pattern,
-       "abcd",
-       "",
-       {"? 33 Argument Invalid/Not Supported : regexMatchPattern longer than 3 bytes"}},
-      {seconds,
-       "",
-       "",
-       {"? 34 Result Too Big to Return : search stopped after 3 s at /Walk/a/x", w, a,
-        "/Walk/a/x=v/Walk/a/x"}},
+      // clang-format off
+      {matches, "", "", {too_big + "more than 2 matches", w, a}},
+      {bytes, "", "errorPrefix=E:", {"E:" + too_big + "matches larger than 30 bytes", w, a}},
+      {pattern, "abcd", "", {"? 33 Argument Invalid/Not Supported : regexMatchPattern longer than 3 bytes"}},
+      {seconds, "", "", {too_big + "search stopped after 3 s at /Walk/a/x", w, a, "/Walk/a/x=v/Walk/a/x"}},
+      // clang-format on
   };
   for (const auto& c : cases) {
     g_ticks = 0;

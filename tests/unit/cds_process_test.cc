@@ -22,59 +22,33 @@ using wsgate_test::ScopedEnv;
 using wsgate_test::StoreTest;
 
 // A pipe whose ends close with the object.
-class Pipe {
- public:
-  Pipe() {
-    if (pipe2(fds_, O_CLOEXEC) != 0) ADD_FAILURE() << "pipe failed";
+struct Pipe {
+  int fd[2] = {-1, -1};
+  Pipe() { EXPECT_EQ(pipe2(fd, O_CLOEXEC), 0); }
+  ~Pipe() { closeEnd(0), closeEnd(1); }
+  void closeEnd(int i) {
+    if (fd[i] >= 0) close(fd[i]);
+    fd[i] = -1;
   }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
-  ~Pipe() {
-    closeRead();
-    closeWrite();
-  }
-  int readFd() const { return fds_[0]; }
-  int writeFd() const { return fds_[1]; }
-  void closeRead() { closeFd(fds_[0]); }
-  void closeWrite() { closeFd(fds_[1]); }
-  // Blocks until `n` bytes came or the writer closed; false on a short read.
-  bool readExactly(void* buf, size_t n) {
-    char* p = static_cast<char*>(buf);
-    while (n > 0) {
-      ssize_t got = read(fds_[0], p, n);
-      if (got < 0 && errno == EINTR) continue;
-      if (got <= 0) return false;
-      p += got;
-      n -= static_cast<size_t>(got);
+  // Writes of four bytes are atomic, so a read gets a whole number or the writer's close.
+  bool readInt(int32_t& v) {
+    ssize_t got;
+    while ((got = read(fd[0], &v, sizeof v)) < 0 && errno == EINTR) {
     }
-    return true;
+    return got == sizeof v;
   }
-  bool writeAll(const void* buf, size_t n) { return write(fds_[1], buf, n) == ssize_t(n); }
-
- private:
-  static void closeFd(int& fd) {
-    if (fd >= 0) close(fd);
-    fd = -1;
-  }
-  int fds_[2] = {-1, -1};
 };
 
 // A forked child running `body` (its result is the exit code). The destructor kills and
 // reaps a child that is still running, so a failed assertion leaves no process behind.
 class Child {
  public:
-  explicit Child(const std::function<int()>& body) {
-    pid_ = fork();
+  explicit Child(const std::function<int()>& body) : pid_(fork()) {
     if (pid_ == 0) _exit(body());
     if (pid_ < 0) ADD_FAILURE() << "fork failed";
   }
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
   ~Child() {
-    if (pid_ > 0) {
-      kill(pid_, SIGKILL);
-      wait();
-    }
+    if (pid_ > 0) kill(pid_, SIGKILL), wait();
   }
   void kill9() { kill(pid_, SIGKILL); }
   // The exit code, or -signal when it was killed.
@@ -87,7 +61,7 @@ class Child {
   }
 
  private:
-  pid_t pid_ = -1;
+  pid_t pid_;
 };
 
 class CdsProcessTest : public StoreTest {
@@ -103,12 +77,11 @@ class CdsProcessTest : public StoreTest {
     EXPECT_EQ(store.open(), nullptr);
     EXPECT_NE(std::string(pcd_last_error()).find(fragment), std::string::npos) << pcd_last_error();
   }
-
-  static std::string fileBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
+  void sql(const char* statements) {
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(store.path().c_str(), &db), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(db, statements, nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(db);
   }
 };
 
@@ -120,7 +93,7 @@ TEST_F(CdsProcessTest, AConnectionThatCrossedAForkIsRefusedInTheChild) {
   ASSERT_EQ(cds.add_node("/Before", st, "parent"), 0);
   Pipe err;
   Child child([&]() {
-    dup2(err.writeFd(), 2);
+    dup2(err.fd[1], 2);
     CElement v;
     element_property_t prop;
     api_status_t child_st = API_STATUS_OK;
@@ -132,9 +105,9 @@ TEST_F(CdsProcessTest, AConnectionThatCrossedAForkIsRefusedInTheChild) {
     return refused ? 0 : 1;
   });
   EXPECT_EQ(child.wait(), 0);
-  err.closeWrite();
+  err.closeEnd(1);
   char text[512] = {};
-  ASSERT_GT(read(err.readFd(), text, sizeof text - 1), 0);
+  ASSERT_GT(read(err.fd[0], text, sizeof text - 1), 0);
   EXPECT_NE(std::string(text).find("open it after fork()"), std::string::npos) << text;
   EXPECT_EQ(std::string(text).find('\n'), strlen(text) - 1) << "said more than once: " << text;
   EXPECT_EQ(cds.test_node("/FromChild", st), 0);
@@ -146,7 +119,7 @@ TEST_F(CdsProcessTest, AConnectionThatCrossedAForkIsRefusedInTheChild) {
 TEST_F(CdsProcessTest, EveryAcknowledgedWriteSurvivesKillNine) {
   Pipe acks;
   Child child([&]() {
-    acks.closeRead();
+    acks.closeEnd(0);
     pcd_handle_t h = pcd_init(0);
     if (h == nullptr) return 2;
     toolkit::CCds c(h);
@@ -159,16 +132,16 @@ TEST_F(CdsProcessTest, EveryAcknowledgedWriteSurvivesKillNine) {
           st != API_STATUS_OK) {
         return 3;
       }
-      if (!acks.writeAll(&i, sizeof i)) return 4;
+      if (write(acks.fd[1], &i, sizeof i) != sizeof i) return 4;
     }
     return 5;  // never reached: the parent kills the burst long before
   });
-  acks.closeWrite();
+  acks.closeEnd(1);
   int32_t last = -1;
-  for (int32_t i; last < 1000 && acks.readExactly(&i, sizeof i);) last = i;
+  for (int32_t i; last < 1000 && acks.readInt(i);) last = i;
   child.kill9();
   // Acknowledgements already in the pipe count too.
-  for (int32_t i; acks.readExactly(&i, sizeof i);) last = i;
+  for (int32_t i; acks.readInt(i);) last = i;
   EXPECT_EQ(child.wait(), -SIGKILL);
   ASSERT_GE(last, 1000);
 
@@ -187,20 +160,20 @@ TEST_F(CdsProcessTest, EveryAcknowledgedWriteSurvivesKillNine) {
 
 // Garbage and a directory are refused end to end (tests/e2e/cds_tool_test.py).
 TEST_F(CdsProcessTest, ForeignDatabasesAndNewerStoresAreRefusedUnchanged) {
-  sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open(store.path().c_str(), &db), SQLITE_OK);
-  ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE theirs(x)", nullptr, nullptr, nullptr), SQLITE_OK);
-  sqlite3_close(db);
-  const std::string foreign = fileBytes(store.path());
+  auto bytes = [this] {
+    std::ostringstream s;
+    s << std::ifstream(store.path(), std::ios::binary).rdbuf();
+    return s.str();
+  };
+  sql("CREATE TABLE theirs(x)");
+  const std::string foreign = bytes();
   expectOpenFails("not a Data store");
-  EXPECT_EQ(fileBytes(store.path()), foreign);
+  EXPECT_EQ(bytes(), foreign);
 
   unlink(store.path().c_str());
   ASSERT_NE(store.open(), nullptr);
   store.close();
-  ASSERT_EQ(sqlite3_open(store.path().c_str(), &db), SQLITE_OK);
-  ASSERT_EQ(sqlite3_exec(db, "PRAGMA user_version = 99", nullptr, nullptr, nullptr), SQLITE_OK);
-  sqlite3_close(db);
+  sql("PRAGMA user_version = 99");
   expectOpenFails("schema version 99");
   ScopedEnv missing_dir("CDS_PATH", store.dir() + "/no/such/dir/cds.db");
   expectOpenFails("cannot open");

@@ -17,16 +17,6 @@ using wsgate_test::StoreTest;
 
 class CdsTest : public StoreTest {
  protected:
-  void addNode(const std::string& path) {
-    api_status_t st;
-    ASSERT_EQ(cds.add_node(path, st, "test"), 0);
-    ASSERT_EQ(st, API_STATUS_OK);
-  }
-  void set(const std::string& path, const CElement& v, bool persist = false) {
-    api_status_t st;
-    ASSERT_EQ(cds.set_leaf(path, v, st, persist, "test"), 0);
-    ASSERT_EQ(st, API_STATUS_OK) << path;
-  }
   api_status_t statusOf(const std::string& path, CElement* value = nullptr,
                         element_property_t* prop = nullptr) {
     api_status_t st = API_STATUS_UNKNOWN;
@@ -47,13 +37,18 @@ CElement stamped(CElement v, time_t sec, suseconds_t usec) {
   v.set_time(timeval{sec, usec});
   return v;
 }
+CElement integer(int32_t i) {
+  CElement v;
+  v.set_int(i);
+  return v;
+}
 
 // The types' text forms are checked end to end (tests/e2e/cds_tool_test.py); here the edges
 // of each type, the time stamps to the microsecond and the storage class.
 TEST_F(CdsTest, EveryTypeRoundTripsWithItsTimeStampAndStorageClass) {
-  addNode("/Dev");
+  node("/Dev");
   std::vector<CElement> values(6);
-  values[0].set_int(std::numeric_limits<int32_t>::min());
+  values[0] = integer(std::numeric_limits<int32_t>::min());
   values[1].set_int64(std::numeric_limits<int64_t>::min());
   values[2].set_uint64(std::numeric_limits<uint64_t>::max());
   values[3].set_string(std::string("text with ; and \0 inside", 24));
@@ -61,30 +56,28 @@ TEST_F(CdsTest, EveryTypeRoundTripsWithItsTimeStampAndStorageClass) {
   values[5].set_real(std::nan(""));
   for (size_t i = 0; i < values.size(); ++i) {
     std::string path = "/Dev/L" + std::to_string(i);
-    set(path, stamped(values[i], 1700000000 + i, 123456));
+    leaf(path, stamped(values[i], 1700000000 + i, 123456));
     CElement back = get(path);
     EXPECT_EQ(back, values[i]) << path;
     EXPECT_EQ(back.get_type(), values[i].get_type());
-    EXPECT_EQ(back.get_time().tv_sec, static_cast<time_t>(1700000000 + i));
-    EXPECT_EQ(back.get_time().tv_usec, 123456);
+    EXPECT_EQ(back.get_time().tv_sec * 1000000 + back.get_time().tv_usec,
+              (1700000000 + int64_t(i)) * 1000000 + 123456);
   }
   vtx_SetTestClock(1700000000123, 50);  // a write without a time stamp is stamped now
-  set("/Dev/A", CElement("1"), true);
+  leaf("/Dev/A", CElement("1"), true);
   vtx_ClearTestClock();
   element_property_t prop;
-  timeval tv = get("/Dev/A", &prop).get_time();
-  EXPECT_EQ(tv.tv_sec, 1700000000);
-  EXPECT_EQ(tv.tv_usec, 123000);
-  set("/Dev/A", CElement("3"), false);  // an existing leaf keeps its class
+  const timeval tv = get("/Dev/A", &prop).get_time();
+  EXPECT_EQ(tv.tv_sec * 1000000 + tv.tv_usec, 1700000000123000);
+  leaf("/Dev/A", CElement("3"), false);  // an existing leaf keeps its class
   get("/Dev/A", &prop);
   EXPECT_EQ(prop.storage, STORAGE_PERSISTENT);
 }
 
 // Single and bulk calls answer each path with its own status, bulk ones in request order.
 TEST_F(CdsTest, StatusesForMissingAndMalformedPaths) {
-  addNode("/A");
-  CElement one;
-  one.set_int(1);
+  node("/A");
+  const CElement one = integer(1);
   std::vector<std::string> paths = {"/A/X", "/Missing/X", "/A/Children", "bad", "/A/Y"};
   std::vector<api_status_t> st;
   ASSERT_EQ(cds.set_leaves(paths, {one, one, one, one, CElement("y")}, {0, 0, 0, 0, 1}, st, "s"),
@@ -107,11 +100,10 @@ TEST_F(CdsTest, StatusesForMissingAndMalformedPaths) {
   api_status_t status;
   EXPECT_EQ(cds.set_leaf("/A/X", CElement(), status, false, ""), 0);  // a value without type
   EXPECT_EQ(status, API_STATUS_FAILED);
-  for (const auto& [path, expected] :
-       {std::pair<std::string, api_status_t>{"/A/Missing", API_STATUS_NO_LEAF},
-        {"/Nope/Missing", API_STATUS_NO_NODE},
-        {"/A/X", API_STATUS_OK},
-        {"/A/X", API_STATUS_NO_LEAF}}) {
+  for (const auto& [path, expected] : {std::pair{"/A/Missing", API_STATUS_NO_LEAF},
+                                       {"/Nope/Missing", API_STATUS_NO_NODE},
+                                       {"/A/X", API_STATUS_OK},
+                                       {"/A/X", API_STATUS_NO_LEAF}}) {
     EXPECT_EQ(cds.clear_leaf(path, status, false, ""), 0);
     EXPECT_EQ(status, expected) << path;
   }
@@ -121,12 +113,12 @@ TEST_F(CdsTest, StatusesForMissingAndMalformedPaths) {
 }
 
 TEST_F(CdsTest, NodesTreeAndRecursiveRemoval) {
-  addNode("/A/B/C");  // ancestors are created
-  addNode("/A/B2");
-  addNode("/A B");  // sorts between "/A" and "/A/..." in byte order: not in /A's subtree
-  set("/A/B/C/Value", CElement("c"));
-  set("/A/B/Value", CElement("b"));
-  set("/A B/Value", CElement("kept"));
+  node("/A/B/C");  // ancestors are created
+  node("/A/B2");
+  node("/A B");  // sorts between "/A" and "/A/..." in byte order: not in /A's subtree
+  leaf("/A/B/C/Value", CElement("c"));
+  leaf("/A/B/Value", CElement("b"));
+  leaf("/A B/Value", CElement("kept"));
 
   std::vector<std::string> list;
   api_status_t st;
@@ -144,15 +136,15 @@ TEST_F(CdsTest, NodesTreeAndRecursiveRemoval) {
   ASSERT_EQ(cds.list_subtree("/", list, st), 0);
   EXPECT_EQ(list, (std::vector<std::string>{"/", "/A B"}));
   // A re-created node starts empty: no leaf survived the removal.
-  addNode("/A/B");
+  node("/A/B");
   EXPECT_EQ(statusOf("/A/B/Value"), API_STATUS_NO_LEAF);
 }
 
 TEST_F(CdsTest, AutomaticAttributesAreComputed) {
-  addNode("/D/Sub2");
-  addNode("/D/Sub1");
-  set("/D/Value", stamped(CElement("v"), 1000, 600000));
-  set("/D/.Quality", CElement("192"));
+  node("/D/Sub2");
+  node("/D/Sub1");
+  leaf("/D/Value", stamped(CElement("v"), 1000, 600000));
+  leaf("/D/.Quality", CElement("192"));
   vtx_SetTestClock(1010500, 7);  // 9.9 s after the Value's time stamp
   element_property_t prop;
   CElement children = get("/D/Children", &prop);
@@ -225,22 +217,19 @@ TEST_F(CdsTest, RuleChangesOfASecondConnectionAreSeenOutsideAReadBatch) {
 }
 
 TEST_F(CdsTest, AReadBatchSeesOneSnapshotAndRefusesWrites) {
-  addNode("/A");
-  CElement one;
-  one.set_int(1);
-  set("/A/Value", one);
+  node("/A");
+  const CElement one = integer(1);
+  leaf("/A/Value", one);
   pcd_handle_t other = pcd_init(0);
   ASSERT_NE(other, nullptr);
   toolkit::CCds writer(other);
-  CElement two;
-  two.set_int(2);
   api_status_t st;
   {
     toolkit::CReadBatch outer(cds);
     EXPECT_EQ(get("/A/Value").to_int(), 1);
     {
       toolkit::CReadBatch inner(cds);  // nests
-      EXPECT_EQ(writer.set_leaf("/A/Value", two, st, false, "other"), 0);
+      EXPECT_EQ(writer.set_leaf("/A/Value", integer(2), st, false, "other"), 0);
       EXPECT_EQ(st, API_STATUS_OK);
       EXPECT_EQ(get("/A/Value").to_int(), 1);  // still the snapshot
     }
@@ -255,7 +244,7 @@ TEST_F(CdsTest, AReadBatchSeesOneSnapshotAndRefusesWrites) {
     EXPECT_NE(cds.watchdog_register(st, "w", 90, true), 0);
   }
   EXPECT_EQ(get("/A/Value").to_int(), 2);  // the snapshot has ended
-  set("/A/Value", one);
+  leaf("/A/Value", one);
   pcd_close(other);
 }
 
@@ -263,20 +252,19 @@ TEST_F(CdsTest, AWriteBatchCommitsItsCallsTogetherAndEachCallAlone) {
   pcd_handle_t other = pcd_init(0);
   ASSERT_NE(other, nullptr);
   toolkit::CCds reader(other);
-  auto seen = [&](const std::string& path) {
-    api_status_t st;
+  api_status_t st;
+  auto seen = [&](const char* path) {
     return reader.test_node(path, st) == 0 && st == API_STATUS_OK;
   };
   std::string error;
   {
     toolkit::CWriteBatch batch(cds);
-    addNode("/A");
+    node("/A");
     EXPECT_EQ(statusOf("/A/Value"), API_STATUS_NO_LEAF);  // reads see the batch's writes
     // A call that fails undoes its own changes only.
     EXPECT_NE(cds.import({"/B"}, {{"Nope", CElement("x")}}, {}, "test", error), 0);
     {
       toolkit::CReadBatch inner(cds);  // joins, changes nothing
-      api_status_t st;
       EXPECT_EQ(cds.test_node("/A", st), 0);
       EXPECT_EQ(st, API_STATUS_OK);
     }
@@ -287,20 +275,20 @@ TEST_F(CdsTest, AWriteBatchCommitsItsCallsTogetherAndEachCallAlone) {
   EXPECT_FALSE(seen("/B"));
   {
     toolkit::CWriteBatch batch(cds);
-    addNode("/C");
+    node("/C");
     batch.rollback();
   }
   EXPECT_FALSE(seen("/C"));
   {
     toolkit::CWriteBatch batch(cds);
-    addNode("/D");
+    node("/D");
     pcd_inject_failure(store.handle(), 0, 1);
     EXPECT_NE(batch.commit(), 0);  // a failed commit keeps nothing
   }
   EXPECT_FALSE(seen("/D"));
   {
     toolkit::CWriteBatch batch(cds);
-    addNode("/E");
+    node("/E");
   }  // the destructor commits
   EXPECT_TRUE(seen("/E"));
   pcd_close(other);

@@ -13,8 +13,7 @@ namespace {
 // The parser's result on `args` (argv[0] is "wsgated") and both its output streams.
 struct Parse {
   int status = 0;
-  std::string out;
-  std::string err;
+  std::string out, err;
 };
 
 std::string readAll(FILE* f) {
@@ -31,13 +30,9 @@ Parse parse(LogSettings& logs, std::vector<std::string> args) {
   args.insert(args.begin(), "wsgated");
   std::vector<char*> argv;
   for (std::string& a : args) argv.push_back(a.data());
-  FILE* out = tmpfile();
-  FILE* err = tmpfile();
-  Parse result;
-  result.status = parseCommandLine(static_cast<int>(argv.size()), argv.data(), logs, out, err);
-  result.out = readAll(out);
-  result.err = readAll(err);
-  return result;
+  FILE *out = tmpfile(), *err = tmpfile();
+  const int status = parseCommandLine(static_cast<int>(argv.size()), argv.data(), logs, out, err);
+  return {status, readAll(out), readAll(err)};
 }
 
 class CommandLineTest : public ::testing::Test {
@@ -83,8 +78,7 @@ TEST_F(CommandLineTest, RefusalsPrintWhatIsWrongThenTheUsage) {
   EXPECT_NE(usage.find("Deltas:10000, Events:2500, and Trend snapshots:833 \n"), std::string::npos);
   const struct {
     std::vector<std::string> args;
-    const char* out;
-    const char* err;
+    const char *out, *err;
   } cases[] = {
       {{"-m", "abc"}, "Bad field: abc \n", ""},
       {{"-p", "0"}, "Bad field: 0 \n", "Error: invalid page size: 0\n"},

@@ -10,17 +10,11 @@ TEST(CrashReporterTest, ParsesTheFramesOfBacktraceSymbols) {
   FrameLine named = parseFrameLine("/usr/sbin/wsgated(_ZN3foo3barEv+0x1a) [0x401234]");
   EXPECT_TRUE(named.has_address);
   EXPECT_EQ(named.address, 0x401234ul);
-  EXPECT_EQ(named.executable, "/usr/sbin/wsgated");
-  EXPECT_EQ(named.symbol, "_ZN3foo3barEv");
-
-  FrameLine empty = parseFrameLine("/usr/sbin/wsgated() [0x40abcd]");
-  EXPECT_EQ(empty.symbol, "");
-
+  EXPECT_EQ(named.executable + "|" + named.symbol, "/usr/sbin/wsgated|_ZN3foo3barEv");
+  EXPECT_EQ(parseFrameLine("/usr/sbin/wsgated() [0x40abcd]").symbol, "");
   // Without "(" the executable runs up to and including the blank before "[0x".
   FrameLine bare = parseFrameLine("/lib/libc.so.6 [0x7f0012345678]");
-  EXPECT_EQ(bare.executable, "/lib/libc.so.6 ");
-  EXPECT_EQ(bare.symbol, "/lib/libc.so.6 [0x7f0012345678]");
-
+  EXPECT_EQ(bare.executable + "|" + bare.symbol, "/lib/libc.so.6 |/lib/libc.so.6 [0x7f0012345678]");
   EXPECT_FALSE(parseFrameLine("garbage without an address").has_address);
 }
 

@@ -23,8 +23,7 @@ class DeviceTreeTest : public wsgate_test::DevicesTest {
   Paths tree(const char* prefix, bool recursive, bool whole = false) {
     std::string text = prefix != nullptr ? prefix : "";
     nsqv__getDeviceTreeResponse response;
-    EXPECT_EQ(nsqv__getDeviceTree(soap, nullptr, prefix != nullptr ? &text : nullptr, recursive,
-                                  response),
+    EXPECT_EQ(nsqv__getDeviceTree(soap, nullptr, prefix ? &text : nullptr, recursive, response),
               SOAP_OK);
     EXPECT_EQ(response.result, "");
     Paths lines;
@@ -64,8 +63,7 @@ TEST_F(DeviceTreeTest, PrefixAndLevelSelectDevices) {
 TEST_F(DeviceTreeTest, DescriptorsTakeDefaultsForMissingLeaves) {
   toolkit::CElement count = wsgate_test::typed("Integer", "9");
   count.set_time({1700000100, 0});
-  api_status_t status;
-  cds.set_leaf("/Dev1/sDevChangeCount/Value", count, status, false, "");
+  StoreTest::leaf("/Dev1/sDevChangeCount/Value", count);
   EXPECT_EQ(
       tree("/", true, true),
       (Paths{"/ Unknown Unknown 0 0 0",  // no leaves here

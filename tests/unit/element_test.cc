@@ -61,38 +61,37 @@ TEST(ElementTest, NumericReadsClampAndNeverFail) {
 }
 
 TEST(ElementTest, ConvertTypeSucceedsOnlyWhenTheValueFits) {
-  struct Case {
+  // The text, the type it is converted to, and the new text or null when it does not fit.
+  const struct {
     const char* text;
     data_type_t type;
-    bool ok;
     const char* result;
   } cases[] = {
-      {"42", DATA_TYPE_INT, true, "42"},
-      {" 42 ", DATA_TYPE_INT, true, "42"},
-      {"+7", DATA_TYPE_INT, true, "7"},
-      {"", DATA_TYPE_INT, true, "0"},
-      {"2147483648", DATA_TYPE_INT, false, nullptr},
-      {"-1", DATA_TYPE_UINT, false, nullptr},
-      {"4294967295", DATA_TYPE_UINT, true, "4294967295"},
-      {"1.5", DATA_TYPE_INT, false, nullptr},
-      {"0x10", DATA_TYPE_INT, false, nullptr},
-      {"12abc", DATA_TYPE_INT64, false, nullptr},
-      {"1e3", DATA_TYPE_REAL, true, "1000"},
-      {"-inf", DATA_TYPE_REAL, true, "-inf"},
-      {"abc", DATA_TYPE_REAL, false, nullptr},
-      {"TRUE", DATA_TYPE_BOOL, true, "true"},
-      {"0", DATA_TYPE_BOOL, true, "false"},
-      {"2", DATA_TYPE_BOOL, false, nullptr},
-      {"1700000000123", DATA_TYPE_TIMEVAL, true, "1700000000123"},
-      {"x", DATA_TYPE_NONE, false, nullptr},
-      {"x", DATA_TYPE_VALUE_TYPE, false, nullptr},
+      {"42", DATA_TYPE_INT, "42"},
+      {" 42 ", DATA_TYPE_INT, "42"},
+      {"+7", DATA_TYPE_INT, "7"},
+      {"", DATA_TYPE_INT, "0"},
+      {"2147483648", DATA_TYPE_INT, nullptr},
+      {"-1", DATA_TYPE_UINT, nullptr},
+      {"4294967295", DATA_TYPE_UINT, "4294967295"},
+      {"1.5", DATA_TYPE_INT, nullptr},
+      {"0x10", DATA_TYPE_INT, nullptr},
+      {"12abc", DATA_TYPE_INT64, nullptr},
+      {"1e3", DATA_TYPE_REAL, "1000"},
+      {"-inf", DATA_TYPE_REAL, "-inf"},
+      {"abc", DATA_TYPE_REAL, nullptr},
+      {"TRUE", DATA_TYPE_BOOL, "true"},
+      {"0", DATA_TYPE_BOOL, "false"},
+      {"2", DATA_TYPE_BOOL, nullptr},
+      {"1700000000123", DATA_TYPE_TIMEVAL, "1700000000123"},
+      {"x", DATA_TYPE_NONE, nullptr},
+      {"x", DATA_TYPE_VALUE_TYPE, nullptr},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     CElement e(c.text);
     e.set_time(timeval{5, 6});
-    int rc = e.convert_type(c.type);
-    EXPECT_EQ(rc == 0, c.ok) << c.text << " to " << c.type;
-    if (c.ok) {
+    EXPECT_EQ(e.convert_type(c.type) == 0, c.result != nullptr) << c.text << " to " << c.type;
+    if (c.result != nullptr) {
       EXPECT_EQ(e.get_type(), c.type) << c.text;
       EXPECT_EQ(e.to_string(), c.result) << c.text;
       EXPECT_EQ(e.get_time().tv_usec, 6);

@@ -18,12 +18,8 @@ std::string record(unsigned char type, const std::string& content, unsigned char
 std::string pair(const std::string& name, const std::string& value) {
   std::string out;
   for (size_t length : {name.size(), value.size()}) {
-    if (length < 128) {
-      out += static_cast<char>(length);
-    } else {
-      out += {static_cast<char>(0x80 | length >> 24), static_cast<char>(length >> 16),
-              static_cast<char>(length >> 8), static_cast<char>(length)};
-    }
+    if (length >= 128) out += {char(0x80 | length >> 24), char(length >> 16), char(length >> 8)};
+    out += static_cast<char>(length);
   }
   return out + name + value;
 }

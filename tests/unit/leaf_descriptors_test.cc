@@ -21,12 +21,10 @@ class LeafDescriptorsTest : public wsgate_test::DevicesTest {
     Texts lines = {response.result};
     const char* const types[] = {"normal", "persistent", "automatic", "mpl"};
     for (const nsqv__leafDescriptor& d : response.descriptors) {
-      const LONG64 t = d.leafChangeTime;
-      lines.push_back(*d.result +
-                      (t == 1700000000250 ? " T "
-                       : t == 0           ? " 0 "
-                                          : " now ") +
-                      types[d.leafType]);
+      const char* time = d.leafChangeTime == 1700000000250 ? " T "
+                         : d.leafChangeTime == 0           ? " 0 "
+                                                           : " now ";
+      lines.push_back(*d.result + time + types[d.leafType]);
     }
     return lines;
   }
@@ -37,33 +35,26 @@ class LeafDescriptorsTest : public wsgate_test::DevicesTest {
 TEST_F(LeafDescriptorsTest, EachLeafInItsOwnDescriptor) {
   leaf("/Temp/Maximum", toolkit::CElement("90"), /*persist=*/true);
   const std::string not_found = "? 9 Node Not Found : CDS access failed 0 normal";
+  const std::string bad_path = "? 8 Bad Path Syntax : CDS access failed 0 normal";
+  const std::string foo = "? 11 Illegal Attribute : Unknown sub-Attribute .Foo T normal";
   const struct {
     const char *user, *base;
     Texts paths;
     const char* opts;
     Texts expected;
   } cases[] = {
+      // clang-format off
       {"", "/Temp/", {"Value", ".HiCriticalLimit"}, "", {"OK", "21.5 T normal", "30 T normal"}},
       {"", "/Te", {"mp/Value"}, "", {"OK", "21.5 T normal"}},
       {"", "/Tree", {"a/Value"}, "", {"OK", not_found}},
-      {"",
-       nullptr,
-       {"/Fan", "/Mode:Value", "/Temp/Maximum", "/Tree:Children"},
-       "",
+      {"", nullptr, {"/Fan", "/Mode:Value", "/Temp/Maximum", "/Tree:Children"}, "",
        {"OK", "Off T normal", "Auto T normal", "90 T persistent", "a;b;c now automatic"}},
       // An error keeps the time of a leaf that could be looked at.
-      {"guest",
-       "/",
-       {"Secret", "Nowhere/Value", "Temp/Value.Foo"},
-       "",
-       {"OK", "? 2 Not Authorized : Unauthorized read T normal", not_found,
-        "? 11 Illegal Attribute : Unknown sub-Attribute .Foo T normal"}},
-      {"guest",
-       "",
-       {"/Nowhere", "/Fan", "no-slash"},
-       "errorPrefix=E:;canonical",
-       {"OK", "E:" + not_found, "false T normal",
-        "E:? 8 Bad Path Syntax : CDS access failed 0 normal"}},
+      {"guest", "/", {"Secret", "Nowhere/Value", "Temp/Value.Foo"}, "",
+       {"OK", "? 2 Not Authorized : Unauthorized read T normal", not_found, foo}},
+      {"guest", "", {"/Nowhere", "/Fan", "no-slash"}, "errorPrefix=E:;canonical",
+       {"OK", "E:" + not_found, "false T normal", "E:" + bad_path}},
+      // clang-format on
   };
   for (const auto& c : cases) {
     actAs(c.user);

@@ -64,24 +64,25 @@ TEST_F(LogTest, RetrieveSelectsByTimeAndPathAndOrdersByTimeThenAppending) {
                         at(40, "/Meter1/Current/Value", "e"), at(50, "", "f")}),
             0);
   const timeval t20{20, 0}, t30{30, 0}, t40{40, 0};
-  struct Case {
+  // The path prefix, the time range ({}: open), the limit, the order, the messages found.
+  const struct {
     const char* path;
     std::optional<timeval> start, end;
     int max;
     bool latest, reverse;
     const char* expected;
   } cases[] = {
-      {"", std::nullopt, std::nullopt, 100, false, false, "abcdef"},
-      {"", std::nullopt, std::nullopt, 100, false, true, "fedcba"},
-      {"", std::nullopt, std::nullopt, 3, true, true, "fed"},
+      {"", {}, {}, 100, false, false, "abcdef"},
+      {"", {}, {}, 100, false, true, "fedcba"},
+      {"", {}, {}, 3, true, true, "fed"},
       {"", t20, t40, 100, false, false, "bcde"},  // both bounds included
       {"", t30, t30, CLog::kNoLimit, false, false, "cd"},
-      {"/Meter1", std::nullopt, std::nullopt, 100, false, false, "ace"},  // not /Meter10
-      {"/Meter1/", std::nullopt, std::nullopt, 100, true, true, "eca"},
-      {"/", std::nullopt, std::nullopt, 100, false, false, "abcdef"},
-      {"/Meter", std::nullopt, std::nullopt, 100, false, false, ""},
+      {"/Meter1", {}, {}, 100, false, false, "ace"},  // not /Meter10
+      {"/Meter1/", {}, {}, 100, true, true, "eca"},
+      {"/", {}, {}, 100, false, false, "abcdef"},
+      {"/Meter", {}, {}, 100, false, false, ""},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     std::vector<CEvent> records{at(1, "", "stale")};
     EXPECT_EQ(log.retrieve(records, c.path, c.start, c.end, c.max, c.latest, c.reverse, 0), 0);
     EXPECT_EQ(messages(records), c.expected)
@@ -112,8 +113,13 @@ TEST_F(LogTest, AppendKeepsEveryFieldOfTheRecord) {
   in[2] = at(1800000000, "/C", "type None stays None");
   ASSERT_EQ(log.append(in), 0);
   std::vector<CEvent> out;
-  ASSERT_EQ(log.retrieve(out, "", std::nullopt, std::nullopt, 10, false, false, 0), 0);
+  ASSERT_EQ(log.retrieve(out, "", {}, {}, 10, false, false, 0), 0);
   ASSERT_EQ(out.size(), 3u);
+  auto fields = [](const CEvent& e) {
+    return std::tie(e.kind, e.source_path, e.category, e.level_quality, e.message, e.event_id,
+                    e.sequence_index, e.ack_status, e.base_priority, e.condition_present, e.note,
+                    e.auto_closing, e.variation_level, e.source);
+  };
   for (size_t i = 0; i < out.size(); ++i) {
     const CEvent& a = in[i];
     const CEvent& b = out[i];
@@ -122,12 +128,7 @@ TEST_F(LogTest, AppendKeepsEveryFieldOfTheRecord) {
     EXPECT_EQ(b.value, a.value) << i;
     EXPECT_EQ(b.value.get_time().tv_sec, a.timestamp.tv_sec)
         << "the value carries the record's time";
-    EXPECT_EQ(std::tie(b.kind, b.source_path, b.category, b.level_quality, b.message, b.event_id,
-                       b.sequence_index, b.ack_status, b.base_priority, b.condition_present, b.note,
-                       b.auto_closing, b.variation_level, b.source),
-              std::tie(a.kind, a.source_path, a.category, a.level_quality, a.message, a.event_id,
-                       a.sequence_index, a.ack_status, a.base_priority, a.condition_present, a.note,
-                       a.auto_closing, a.variation_level, a.source));
+    EXPECT_EQ(fields(b), fields(a)) << i;
   }
 }
 
@@ -137,7 +138,7 @@ TEST_F(LogTest, AnAppendThatCannotStoreARecordWritesNothing) {
   bad.timestamp.tv_usec = 1000000;
   EXPECT_EQ(log.append({at(1, "/A", "good"), bad}), SQLITE_RANGE);
   std::vector<CEvent> out;
-  ASSERT_EQ(log.retrieve(out, "", std::nullopt, std::nullopt, 10, false, false, 0), 0);
+  ASSERT_EQ(log.retrieve(out, "", {}, {}, 10, false, false, 0), 0);
   EXPECT_TRUE(out.empty());
   pcd_log_handle_t read_only = nullptr;
   ASSERT_EQ(reader(&read_only), 0);
@@ -149,8 +150,7 @@ TEST_F(LogTest, AnAppendThatCannotStoreARecordWritesNothing) {
 // (tests/e2e/cds_tool_test.py).
 TEST_F(LogTest, FilesThatAreNotEventLogsAreRefused) {
   pcd_log_handle_t h = nullptr;
-  std::ofstream(path_) << "plain text, long enough to be more than an SQLite header would hold "
-                          "at the start of a database file, so that it reads as one\n";
+  std::ofstream(path_) << std::string(200, 'x');  // longer than a database file's header
   EXPECT_EQ(reader(&h), SQLITE_NOTADB);
   EXPECT_EQ(h, nullptr);
   EXPECT_EQ(pcd_log_init(nullptr, &h, 0, 0, 0, 0, 0, 0, 0, 0, 0), SQLITE_MISUSE);

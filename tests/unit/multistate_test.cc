@@ -14,21 +14,17 @@ class MultistateTest : public StoreTest {
  protected:
   void SetUp() override {
     StoreTest::SetUp();
-    CElement mode, level, pump;
-    mode.set_uint(1);
-    level.set_int(10);
-    pump.set_bool(true);
-    node("/Mode", mode, "Off;Auto;Manual");
-    node("/Level", level, "0=Low;10=High;-1=Error");
-    node("/Pump", pump, "Stopped;Running");
-    node("/Plain", level, "");
-  }
-  void node(const std::string& path, const CElement& value, const std::string& possible) {
-    api_status_t st;
-    cds.add_node(path, st, "");
-    cds.set_leaf(path + "/Value", value, st, false, "");
-    if (!possible.empty())
-      cds.set_leaf(path + "/PossibleValues", CElement(possible), st, false, "");
+    for (const auto& [path, type, value, possible] :
+         {std::tuple{"/Mode", DATA_TYPE_UINT, "1", "Off;Auto;Manual"},
+          {"/Level", DATA_TYPE_INT, "10", "0=Low;10=High;-1=Error"},
+          {"/Pump", DATA_TYPE_BOOL, "true", "Stopped;Running"},
+          {"/Plain", DATA_TYPE_INT, "10", ""}}) {
+      CElement v(value);
+      ASSERT_EQ(v.convert_type(type), 0);
+      node(path);
+      leaf(path + std::string("/Value"), v);
+      if (*possible) leaf(path + std::string("/PossibleValues"), CElement(possible));
+    }
   }
 
   CCds_Multistate ms{cds};

@@ -6,7 +6,8 @@
 //   StoreTest     a GoogleTest fixture whose SetUp opens a TempStore: `cds` is a client on
 //                 it, and pcd_default_handle() (used by CPath) is its handle. Tests that fork
 //                 set `open_in_setup = false` and open after the fork (a SQLite connection
-//                 must not cross one).
+//                 must not cross one). node() and leaf() add to the store and fail the test
+//                 unless the store accepts.
 //   expectWholeStore(path)  fails the test unless the store file passes SQLite's integrity
 //                 check and holds no leaf without its node.
 #ifndef WSGATE_TESTS_UNIT_STORE_FIXTURE_H
@@ -90,6 +91,16 @@ class StoreTest : public ::testing::Test {
   void TearDown() override {
     cds.set_handle(nullptr);
     store.close();
+  }
+  void node(const std::string& path) {
+    api_status_t status;
+    ASSERT_EQ(cds.add_node(path, status, "test"), 0) << path;
+    ASSERT_EQ(status, API_STATUS_OK) << path;
+  }
+  void leaf(const std::string& path, const toolkit::CElement& value, bool persist = false) {
+    api_status_t status;
+    ASSERT_EQ(cds.set_leaf(path, value, status, persist, "test"), 0) << path;
+    ASSERT_EQ(status, API_STATUS_OK) << path;
   }
 
   bool open_in_setup = true;  // set to false in a derived constructor to open later

@@ -35,8 +35,7 @@ TEST_F(SwInfoTest, RefusalsCountersAndLogLines) {
 
 // Device qualities are checked through the subscriptions; here paths without a device.
 TEST_F(SwInfoTest, QualityOfPathsWithoutADevice) {
-  api_status_t st;
-  cds.add_node("/Other", st, "");
+  node("/Other");
   EXPECT_EQ(CCds_Utils(cds).CheckDeviceQuality("/Other"), 0u);  // the root has no .Quality
   EXPECT_EQ(CCds_Utils(cds).CheckDeviceQuality("not a path"), 0u);
 }

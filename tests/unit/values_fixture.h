@@ -66,16 +66,10 @@ class ValuesTest : public StoreTest {
     cds.rights_set({"writer", "/", "rw"});
   }
 
-  void node(const std::string& path) {
-    api_status_t status;
-    ASSERT_EQ(cds.add_node(path, status, "test"), 0) << path;
-  }
   // Writes one leaf stamped kStamp.
   void leaf(const std::string& path, toolkit::CElement value, bool persist = false) {
-    api_status_t status;
     value.set_time(kStamp);
-    ASSERT_EQ(cds.set_leaf(path, value, status, persist, "test"), 0);
-    ASSERT_EQ(status, API_STATUS_OK) << path;
+    StoreTest::leaf(path, value, persist);
   }
   void point(const std::string& path, const toolkit::CElement& value, bool writable,
              const std::string& texts = "") {

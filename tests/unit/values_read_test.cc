@@ -9,15 +9,13 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-class ValueReadTest : public wsgate_test::ValuesTest {};
+using ValueReadTest = wsgate_test::ValuesTest;
 
 TEST_F(ValueReadTest, SingleReads) {
   leaf("/Temp/Maximum", toolkit::CElement("90"), /*persist=*/true);
   const std::string stamp = "1700000000250", not_found = "? 9 Node Not Found : CDS access failed";
   const struct {
-    const char* user;
-    const char* path;
-    const char* opts;
+    const char *user, *path, *opts;
     std::string text;  // a text beginning "?" or "E:" is an error: readValue answers false
   } cases[] = {
       // Only Value and .AlarmOnValue carry state texts; multistate ones even when canonical.
@@ -91,24 +89,19 @@ TEST_F(ValueReadTest, EveryFailingStoreCallGivesAnErrorOrTheValue) {
   const std::vector<std::set<std::string>> good = {
       {"Auto", "1"}, {"Off", "false"}, {"1700000000250"}, {"a;b;c"}};
   auto check = [&](const std::string& text, size_t i, int skip) {
-    if (good[i].count(text) == 0) {
-      EXPECT_EQ(text.substr(0, 2), "? ") << skip << " " << paths[i];
-    }
+    EXPECT_TRUE(good[i].count(text) == 1 || text.rfind("? ", 0) == 0) << skip << " " << text;
   };
   bool saw_one_text = false;
   for (int skip = 0; skip < 40; ++skip) {
-    const Texts results = wsgate_test::withFailure(cds.handle(), skip, [&] {
-      Texts out;
-      readValues(cds, paths, defaults, out);
-      return out;
+    Texts results;
+    std::string one;
+    wsgate_test::withFailure(cds.handle(), skip, [&] {
+      readValues(cds, paths, defaults, results);
+      return 0;
     });
-    check(wsgate_test::withFailure(cds.handle(), skip,
-                                   [&] {
-                                     std::string out;
-                                     readValue(cds, "/Mode", defaults, out);
-                                     return out;
-                                   }),
-          0, skip);
+    wsgate_test::withFailure(cds.handle(), skip,
+                             [&] { return readValue(cds, "/Mode", defaults, one); });
+    check(one, 0, skip);
     if (results.size() == 1) {  // the bulk store call itself failed
       EXPECT_EQ(results[0], "? 9 Node Not Found : CDS access failed") << skip;
       saw_one_text = true;

@@ -95,6 +95,7 @@ TEST_F(WriteTest, SingleWrites) {
     std::string result;
     const char* held;
   } cases[] = {
+      // clang-format off
       {"/Temp", "22.25", false, "22.25", "22.25 (Real)"},
       {"/Online", "FALSE", false, "false", "false (Boolean)"},  // a boolean without texts
       {"/Online", "1", false, kRefused + "1", "false (Boolean)"},
@@ -121,12 +122,10 @@ TEST_F(WriteTest, SingleWrites) {
       {"/Temp/Units", "K", true, "K", "K (String)"},
       {"/Bare/Minimum", "3", true, "3", "3 (Integer)"},  // no Value to take the type from
       {"/Tree/Children", "x", true,
-       "? 11 Illegal Attribute : Automatic Attribute Children is not "
-       "Writable",
-       nullptr},
-      {"/Temp/Writable", "false", true, illegal + "Writable is automatically set to false",
-       nullptr},
+       "? 11 Illegal Attribute : Automatic Attribute Children is not Writable", nullptr},
+      {"/Temp/Writable", "false", true, illegal + "Writable is automatically set to false", nullptr},
       {"/Temp/Writable", "FALSE", true, "false", nullptr},  // only the exact text is refused
+      // clang-format on
   };
   for (const auto& c : cases) {
     EXPECT_EQ(set(c.path, c.text, c.maintenance), c.result) << c.path << " " << c.text;
@@ -185,13 +184,12 @@ TEST_F(WriteTest, ListWriteReportsEachItem) {
               {"18.5", "1", "Manual", "On", "1", "1", "2147483647", "-5"}),
       (Texts{"18.5", "? 15 Not Writable : Value is not Writable", "Manual", "On", "1",
              "? 8 Bad Path Syntax : CDS Error in supplied path", "2147483647", "4294967291"}));
-  for (const auto& [path, text] : {std::pair{"/Temp", "18.5"},
-                                   {"/Level", "4294967291"},
-                                   {"/Mode", "2"},
-                                   {"/Fan", "true"},
-                                   {"/Name", "2147483647"}}) {
+  // clang-format off
+  for (const auto& [path, text] : {std::pair{"/Temp", "18.5"}, {"/Level", "4294967291"}, {"/Mode", "2"},
+                                   {"/Fan", "true"}, {"/Name", "2147483647"}}) {
     EXPECT_EQ(storedText(std::string(path) + "/Value"), text) << path;  // a string stays text
   }
+  // clang-format on
   // Unlike the single write, texts are matched against WritableValues, and booleans
   // without a list take the store's own texts ("1" above).
   leaf("/Fan/WritableValues", toolkit::CElement("Stop;Run"));
