@@ -90,6 +90,9 @@ deb $mirror bookworm-updates main
 deb http://deb.debian.org/debian-security bookworm-security main
 EOF
 cp /etc/resolv.conf "$root/etc/resolv.conf"
+# Every installed machine names localhost in /etc/hosts (the browser test's driver is reached
+# by that name); a minbase root has no such file.
+[ -e "$root/etc/hosts" ] || printf '127.0.0.1\tlocalhost\n::1\tlocalhost ip6-localhost ip6-loopback\n' > "$root/etc/hosts"
 # Packages must not start their services here (lighttpd and nginx would take port 80 of
 # this machine and keep the root busy): the usual guard of a chroot.
 printf '#!/bin/sh\nexit 101\n' > "$root/usr/sbin/policy-rc.d"

@@ -129,7 +129,9 @@ TEST_F(TrendServiceTest, SelectionLimitsAndErrors) {
     Request r = request();
     c.change(r);
     EXPECT_EQ(data(r), c.answer);
-    if (c.err != nullptr) EXPECT_EQ(err_, c.err) << c.answer;
+    if (c.err != nullptr) {
+      EXPECT_EQ(err_, c.err) << c.answer;
+    }
   }
   EXPECT_EQ(last_data_->params->stParamProperties.size(), 0u);
   context.logs.max_records = 24;  // a limit of 2
@@ -178,7 +180,9 @@ TEST_F(TrendServiceTest, EachFailedLogCallHasItsText) {
   for (const auto& c : cases) {
     pcd_log_inject_failure(c.call, c.failures);
     EXPECT_EQ(data(request()), c.answer) << c.call << " " << c.failures;
-    if (c.err != nullptr) EXPECT_EQ(err_, c.err);
+    if (c.err != nullptr) {
+      EXPECT_EQ(err_, c.err);
+    }
     EXPECT_EQ(waitedSeconds() - before, c.waited) << c.call << " " << c.failures;
     before = waitedSeconds();
   }
