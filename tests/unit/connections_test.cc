@@ -83,6 +83,12 @@ TEST_F(ConnectionsTest, SweepsOnceAMinuteAndWithdrawsAfterMoreThan600Seconds) {
   EXPECT_TRUE(published().empty());
   // A caller who returns after its record was deleted gets a new number.
   EXPECT_EQ(record("10.1.1.2", "gone"), "New wsgated connection 3 for 10.1.1.2gone \n");
+
+  // A connection published by someone else (an earlier run) goes at the next sweep.
+  server_.connxns.AddConnxn("9", "10.9.9.9", hostOfAddress("10.9.9.9"), "old");
+  EXPECT_EQ(sweepAt(1750), std::string("Unexpected removal of connection ") + kConnectionsPath +
+                               " 9 \n");
+  EXPECT_EQ(published(), std::vector<std::string>{"3"});
 }
 
 TEST_F(ConnectionsTest, ShutdownWithdrawsEverythingAndBadNumbersAreRefused) {
