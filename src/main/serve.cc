@@ -66,8 +66,15 @@ int refuseNilRequest(struct soap* soap) {
 void serveGuarded(struct soap* soap, const MarkupGuard& guard) {
   if (soap_begin_recv(soap)) {
     // Codes of 1000 and above are stop conditions, not errors worth a fault. The request's
-    // data is deliberately left for the next request's start to clear.
-    if (soap->error < SOAP_STOP) sendFault(soap, guard);
+    // data is deliberately left for the next request's start to clear. This daemon installs
+    // no handler that stops a request, though: such a code can only be a "status" that the
+    // runtime read from a body that does not start with markup ("x -8" gives 65528), so
+    // that caller gets the fault for a malformed message rather than no answer at all.
+    if (soap->error >= SOAP_STOP) {
+      soap->error = SOAP_HTTP_ERROR;
+      soap->status = 0;
+    }
+    sendFault(soap, guard);
     soap_closesock(soap);
     return;
   }

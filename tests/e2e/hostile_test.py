@@ -151,6 +151,8 @@ def malformed_rows():
         ("missing end tags", re.sub(b"</nsc1:(path|getValue)>", b"", whole), fault()),
         ("not XML", b"\x00\x01\x02 binary \xff\xfe noise \x00", fault()),
         ("empty body", b"", fault()),
+        # Text first: the runtime reads it as HTTP headers, "-8" as a status of 65528.
+        ("text read as a status line", b"nsqv<?xml -8\x02?>\n", fault()),
         ("wrong envelope namespace", whole.replace(soap, b"urn:not-soap"), fault()),
         ("body without envelope", b'<SOAP-ENV:Body xmlns:SOAP-ENV="%s"><x/></SOAP-ENV:Body>' % soap,
          fault()),
